@@ -1,0 +1,41 @@
+# make test  - build with AddressSanitizer + UndefinedBehaviorSanitizer and run every test
+# make run   - boot the simulated device, start the daemon, show a short session, open a shell
+# make build - plain build of everything under build/
+
+PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
+            libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux
+BUILD    := build
+ASAN     := build-asan
+JOBS     ?= $(shell nproc)
+
+.PHONY: deps build test run bench clean
+
+deps:
+	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
+	if [ -n "$$missing" ]; then \
+	  if [ "$$(id -u)" = 0 ]; then \
+	    echo "installing:" $$missing; \
+	    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	  else \
+	    echo "Missing packages. Run: sudo apt-get install -y $$missing"; exit 1; \
+	  fi; \
+	fi
+
+build: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	cmake --build $(BUILD) -j $(JOBS) -- --no-print-directory
+
+test: deps
+	cmake -S . -B $(ASAN) -DCMAKE_BUILD_TYPE=Debug -DPELK_SANITIZE=ON >/dev/null
+	cmake --build $(ASAN) -j $(JOBS) -- --no-print-directory
+	cd $(ASAN) && ctest --output-on-failure -j 2
+
+run: build
+	mkdir -p $(BUILD)/state
+	$(BUILD)/sim/pelk-device --state $(BUILD)/state -- /bin/bash $(CURDIR)/sim/demo.sh
+
+bench: build
+	for b in $(BUILD)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+
+clean:
+	rm -rf $(BUILD) $(ASAN)

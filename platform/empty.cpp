@@ -1,0 +1,1 @@
+// Placeholder for a host edition that has no functions yet.

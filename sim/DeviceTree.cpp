@@ -1,0 +1,232 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Sandbox.h"
+#include "SandboxInternal.h"
+#include "devprofile/DeviceProfile.h"
+
+namespace sim {
+namespace {
+
+// Folders of a freshly booted device. Owners and modes follow the device's.
+struct DeviceDir {
+    const char* path;
+    mode_t mode;
+    uid_t uid;
+    gid_t gid;
+};
+
+const DeviceDir kDeviceDirs[] = {
+    {"/data", 0771, 1000, 1000},
+    {"/data/system", 0775, 1000, 1000},
+    {"/data/system/users", 0775, 1000, 1000},
+    {"/data/system/users/0", 0700, 1000, 1000},
+    {"/data/system_de", 0770, 1000, 1000},
+    {"/data/system_ce", 0770, 1000, 1000},
+    {"/data/misc", 01771, 1000, 9998},
+    {"/data/misc_de", 01771, 1000, 9998},
+    {"/data/misc_ce", 01771, 1000, 9998},
+    {"/data/misc/quarn_keystore", 0700, 1000, 1000},
+    {"/data/misc/fips_quarn_keystore", 0700, 1000, 1000},
+    {"/data/user", 0711, 1000, 1000},
+    {"/data/user_de", 0711, 1000, 1000},
+    {"/data/media", 0770, 1023, 1023},
+    {"/data/zanth", 0771, 1000, 1000},
+    {"/data/log", 0775, 1000, 1007},
+    {"/data/local", 0751, 0, 0},
+    {"/data/local/tmp", 0771, 0, 0},
+    {"/mnt", 0755, 0, 1000},
+    {"/mnt/runtime", 0700, 0, 0},
+    {"/mnt/runtime/default", 0755, 0, 0},
+    {"/mnt/runtime/read", 0755, 0, 0},
+    {"/mnt/runtime/write", 0755, 0, 0},
+    {"/mnt/runtime/full", 0755, 0, 0},
+    {"/mnt/shell", 0700, 2000, 2000},
+    {"/mnt/user", 0755, 0, 0},
+    {"/mnt/zanth", 0755, 0, 0},
+    {"/storage", 0755, 0, 0},
+    {"/storage/emulated", 0755, 0, 0},
+    {"/system", 0755, 0, 0},
+    {"/system/bin", 0755, 0, 0},
+    {"/dev/socket", 0755, 0, 0},
+    {"/sim", 0755, 0, 0},
+    {"/sim/log", 0755, 0, 0},
+    {"/tmp", 01777, 0, 0},
+};
+
+// Top-level names that belong to the booted device itself, never wiped.
+bool isBaseTopLevel(const std::string& name) {
+    static const std::set<std::string> base = {"usr", "bin", "sbin", "lib", "lib32", "lib64",
+                                               "libx32", "etc", "proc", "dev"};
+    if (base.count(name)) return true;
+    for (const char* tree : {PELK_SOURCE_DIR, PELK_BINARY_DIR}) {
+        std::string t(tree);
+        size_t end = t.find('/', 1);
+        if (t.substr(1, end == std::string::npos ? std::string::npos : end - 1) == name) return true;
+    }
+    return false;
+}
+
+std::set<std::string>& baseMountIds() {
+    static std::set<std::string> ids;
+    return ids;
+}
+
+struct MountEntry {
+    std::string id;
+    std::string point;
+};
+
+std::vector<MountEntry> readMountInfo() {
+    std::vector<MountEntry> out;
+    std::ifstream in("/proc/self/mountinfo");
+    std::string line;
+    while (std::getline(in, line)) {
+        std::istringstream fields(line);
+        MountEntry e;
+        std::string parent, devno, rootInFs;
+        fields >> e.id >> parent >> devno >> rootInFs >> e.point;
+        if (!e.point.empty()) out.push_back(e);
+    }
+    return out;
+}
+
+int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
+    remove(path);
+    return 0;
+}
+
+void removeTree(const std::string& path) {
+    nftw(path.c_str(), removeEntry, 64, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
+}
+
+// Kills every process of the sandbox but init and this one, and reaps ours.
+void killOthers() {
+    pid_t self = getpid();
+    for (int round = 0; round < 50; ++round) {
+        bool any = false;
+        DIR* proc = opendir("/proc");
+        if (!proc) return;
+        while (dirent* e = readdir(proc)) {
+            char* end = nullptr;
+            long pid = strtol(e->d_name, &end, 10);
+            if (*end != '\0' || pid <= 1 || pid == self) continue;
+            // Zombies of other parents are init's to reap.
+            char statPath[64];
+            snprintf(statPath, sizeof(statPath), "/proc/%ld/stat", pid);
+            std::ifstream st(statPath);
+            std::string ignoredPid, comm, state;
+            st >> ignoredPid >> comm >> state;
+            if (state == "Z") continue;
+            kill(static_cast<pid_t>(pid), SIGKILL);
+            any = true;
+        }
+        closedir(proc);
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        }
+        if (!any) return;
+        usleep(2000);
+    }
+}
+
+int unmountAllButBase() {
+    for (int round = 0; round < 20; ++round) {
+        auto mounts = readMountInfo();
+        bool any = false;
+        for (auto it = mounts.rbegin(); it != mounts.rend(); ++it) {
+            if (baseMountIds().count(it->id)) continue;
+            umount2(it->point.c_str(), MNT_DETACH);
+            any = true;
+        }
+        if (!any) return 0;
+    }
+    fprintf(stderr, "pelk sandbox: some mounts could not be undone\n");
+    return -1;
+}
+
+void linkDeviceTools() {
+    DIR* dir = opendir((std::string(PELK_BINARY_DIR) + "/sim").c_str());
+    if (!dir) return;
+    while (dirent* e = readdir(dir)) {
+        std::string name = e->d_name;
+        if (name[0] == '.' || name == "pelk-device") continue;
+        std::string target = toolPath(name.c_str());
+        struct stat st;
+        if (stat(target.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || !(st.st_mode & S_IXUSR)) continue;
+        symlink(target.c_str(), ("/system/bin/" + name).c_str());
+    }
+    closedir(dir);
+}
+
+}  // namespace
+
+void recordBaseMounts() {
+    for (const auto& m : readMountInfo()) baseMountIds().insert(m.id);
+}
+
+int buildDeviceTree() {
+    for (const DeviceDir& d : kDeviceDirs) {
+        if (mkdir(d.path, d.mode) != 0 && errno != EEXIST) {
+            fprintf(stderr, "pelk sandbox: mkdir %s: %s\n", d.path, strerror(errno));
+            return -1;
+        }
+        chmod(d.path, d.mode);  // mkdir honours the umask; the device does not
+        if (chown(d.path, d.uid, d.gid) != 0 && geteuid() == 0) {
+            fprintf(stderr, "pelk sandbox: chown %s: %s\n", d.path, strerror(errno));
+            return -1;
+        }
+    }
+    linkDeviceTools();
+    // A profile with the device's defaults: file-based encryption, no
+    // container users, real-time sleeps.
+    if (access(devprofile::path().c_str(), F_OK) != 0) devprofile::replace({{"fbe", "1"}});
+    return 0;
+}
+
+int resetDevice() {
+    killOthers();
+    if (unmountAllButBase() != 0) return -1;
+    DIR* root = opendir("/");
+    if (!root) return -1;
+    std::vector<std::string> wipe;
+    while (dirent* e = readdir(root)) {
+        std::string name = e->d_name;
+        if (name == "." || name == ".." || isBaseTopLevel(name)) continue;
+        wipe.push_back("/" + name);
+    }
+    closedir(root);
+    for (const auto& p : wipe) removeTree(p);
+    // /dev keeps the host's nodes; everything the device made there goes.
+    DIR* dev = opendir("/dev");
+    if (dev) {
+        std::vector<std::string> made;
+        while (dirent* e = readdir(dev)) {
+            std::string name = e->d_name;
+            static const std::set<std::string> keep = {".",  "..",     "null", "zero", "full", "random",
+                                                       "urandom", "tty", "ptmx", "pts",  "shm"};
+            if (!keep.count(name)) made.push_back("/dev/" + name);
+        }
+        closedir(dev);
+        for (const auto& p : made) removeTree(p);
+    }
+    return buildDeviceTree();
+}
+
+}  // namespace sim

@@ -1,0 +1,1 @@
+// Engine sources arrive subsystem by subsystem.

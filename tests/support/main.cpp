@@ -1,0 +1,28 @@
+// Every test binary boots its own simulated device before the first test,
+// and every test starts from a clean device tree.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "Sandbox.h"
+
+namespace {
+
+class CleanDevice : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo& info) override {
+        if (sim::resetDevice() != 0) {
+            fprintf(stderr, "cannot reset the device before %s.%s\n", info.test_suite_name(), info.name());
+            abort();
+        }
+    }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (sim::enterSandbox() != 0) return 1;
+    testing::UnitTest::GetInstance()->listeners().Append(new CleanDevice);
+    return RUN_ALL_TESTS();
+}
