@@ -1,0 +1,27 @@
+// Host-only: the records the host liblog keeps, for tests and the simulator.
+// Every process of the device appends to the same record file, so a test can
+// assert on lines that a daemon in another process logged.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+struct LogRecord {
+    int buffer;    // log_id_t
+    int priority;  // android_LogPriority
+    pid_t pid;
+    std::string tag;
+    std::string text;  // the formatted message, exactly as logged
+};
+
+// All records since the device was reset (or liblog_clear), oldest first.
+std::vector<LogRecord> liblog_records();
+// Forgets every record so far.
+void liblog_clear();
+// Number of records with this exact text (and tag, priority, buffer when
+// they are not null / -1).
+int liblog_count(const std::string& text, const char* tag = nullptr, int priority = -1, int buffer = -1);
+// True when some record's text contains the given bytes.
+bool liblog_any_contains(const std::string& fragment);
