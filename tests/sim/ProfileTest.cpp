@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "devprofile/DeviceProfile.h"
+
+using Clock = std::chrono::steady_clock;
+
+TEST(Profile, ValuesCrossProcessesBothWays) {
+    ASSERT_TRUE(devprofile::set("prop.ro.build.PDA", "X100"));
+    pid_t child = fork();
+    if (child == 0) {
+        bool seen = devprofile::get("prop.ro.build.PDA") == "X100";
+        bool wrote = devprofile::set("user.150", "zanth,cl");
+        _exit(seen && wrote ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    // The child's write is seen here at once, and did not lose ours.
+    EXPECT_TRUE(devprofile::isContainerUser(150));
+    EXPECT_TRUE(devprofile::userHasKind(150, "cl"));
+    EXPECT_FALSE(devprofile::userHasKind(150, "legacy"));
+    EXPECT_EQ(devprofile::get("prop.ro.build.PDA"), "X100");
+}
+
+TEST(Profile, ContainerUsersAscendingAndErasable) {
+    devprofile::set("user.151", "zanth");
+    devprofile::set("user.10", "zanth,legacy");
+    devprofile::set("user.150", "zanth");
+    EXPECT_EQ(devprofile::containerUsers(), (std::vector<int>{10, 150, 151}));
+    devprofile::erase("user.150");
+    EXPECT_EQ(devprofile::containerUsers(), (std::vector<int>{10, 151}));
+}
+
+TEST(Profile, ArmedFailuresAreConsumedOneCallAtATime) {
+    EXPECT_FALSE(devprofile::shouldFail("property_get"));
+    ASSERT_TRUE(devprofile::failNext("property_get", 2));
+    EXPECT_FALSE(devprofile::shouldFail("fs_prepare_dir"));
+    EXPECT_TRUE(devprofile::shouldFail("property_get"));
+    EXPECT_TRUE(devprofile::shouldFail("property_get"));
+    EXPECT_FALSE(devprofile::shouldFail("property_get"));
+    EXPECT_EQ(devprofile::get("fail.property_get"), "");
+}
+
+TEST(Profile, ConcurrentWritersLoseNothing) {
+    const int kChildren = 8;
+    for (int i = 0; i < kChildren; ++i) {
+        if (fork() == 0) {
+            for (int j = 0; j < 10; ++j) devprofile::set("k." + std::to_string(i) + "." + std::to_string(j), "v");
+            _exit(0);
+        }
+    }
+    for (int i = 0; i < kChildren; ++i) wait(nullptr);
+    int keys = 0;
+    for (const auto& kv : devprofile::snapshot())
+        if (kv.first.compare(0, 2, "k.") == 0) ++keys;
+    EXPECT_EQ(keys, kChildren * 10);
+}
+
+TEST(Profile, TimeScaleShrinksTheEngineSleeps) {
+    ASSERT_TRUE(devprofile::set("time.scale", "0.001"));
+    auto start = Clock::now();
+    sleep(30);           // 30 ms at this scale
+    usleep(5 * 1000000);  // 5 ms
+    auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+    EXPECT_GE(took, 35);
+    EXPECT_LT(took, 2000);
+    devprofile::set("time.scale", "garbage");
+    EXPECT_EQ(devprofile::timeScale(), 1.0);
+}
