@@ -1,1 +1,0 @@
-// Engine sources arrive subsystem by subsystem.
