@@ -1,27 +1,41 @@
-// Minimal host liblog: keeps every record; the full edition (device log file
-// in threadtime form, stderr echo) replaces this file.
+// The device's logging calls. Every record goes to the shared record file,
+// the device log and (filtered) stderr.
 #include <log/log.h>
-#include <log/log_records.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
-#include <unistd.h>
+
+#include "LogSinks.h"
 
 namespace {
-std::mutex gLock;
-std::vector<LogRecord>& store() {
-    static auto* s = new std::vector<LogRecord>;
-    return *s;
+
+int writeLog(int buffer, int priority, const char* tag, const char* text) {
+    LogRecord record{buffer, priority, getpid(), tag ? tag : "", text};
+    record.tid = static_cast<pid_t>(syscall(SYS_gettid));
+    clock_gettime(CLOCK_REALTIME, &record.when);
+    hostlog::keepRecord(record);
+    hostlog::appendDeviceLog(record);
+    hostlog::echoToStderr(record);
+    // What the device's logger answers: the payload bytes (priority, tag and
+    // text with their terminators).
+    return static_cast<int>(1 + record.tag.size() + 1 + record.text.size() + 1);
 }
 
-int vlog(int buf, int prio, const char* tag, const char* fmt, va_list ap) {
-    char text[4096];
-    vsnprintf(text, sizeof(text), fmt, ap);
-    std::lock_guard<std::mutex> g(gLock);
-    store().push_back({buf, prio, getpid(), tag ? tag : "", text});
-    return 1;
+int vlog(int buffer, int priority, const char* tag, const char* fmt, va_list ap) {
+    char text[hostlog::kMaxMessageBytes + 1];
+    if (!fmt) fmt = "";
+    vsnprintf(text, sizeof(text), fmt, ap);  // longer messages are cut here
+    return writeLog(buffer, priority, tag, text);
 }
+
+int logText(int buffer, int priority, const char* tag, const char* message) {
+    char text[hostlog::kMaxMessageBytes + 1];
+    snprintf(text, sizeof(text), "%s", message ? message : "");
+    return writeLog(buffer, priority, tag, text);
+}
+
 }  // namespace
 
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
@@ -40,27 +54,14 @@ extern "C" int __android_log_buf_print(int bufID, int prio, const char* tag, con
     return r;
 }
 
-std::vector<LogRecord> liblog_records() {
-    std::lock_guard<std::mutex> g(gLock);
-    return store();
+extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
+    return vlog(LOG_ID_MAIN, prio, tag, fmt, ap);
 }
 
-void liblog_clear() {
-    std::lock_guard<std::mutex> g(gLock);
-    store().clear();
+extern "C" int __android_log_write(int prio, const char* tag, const char* text) {
+    return logText(LOG_ID_MAIN, prio, tag, text);
 }
 
-int liblog_count(const std::string& text, const char* tag, int priority, int buffer) {
-    int n = 0;
-    for (const auto& r : liblog_records())
-        if (r.text == text && (!tag || r.tag == tag) && (priority < 0 || r.priority == priority) &&
-            (buffer < 0 || r.buffer == buffer))
-            ++n;
-    return n;
-}
-
-bool liblog_any_contains(const std::string& fragment) {
-    for (const auto& r : liblog_records())
-        if (r.text.find(fragment) != std::string::npos) return true;
-    return false;
+extern "C" int __android_log_buf_write(int bufID, int prio, const char* tag, const char* text) {
+    return logText(bufID, prio, tag, text);
 }

@@ -1,5 +1,16 @@
 // The platform's logging interface (host edition: platform/liblog).
+//
+// The host edition keeps every record for tests (log/log_records.h), appends
+// it to the device log "/sim/log/logcat" in logcat's threadtime form (what
+// the device's "logcat" prints), and echoes it to stderr as a host build of
+// the platform does: one "P/tag(  pid): text" line per line of the message,
+// filtered by the environment variable ANDROID_LOG_TAGS (log/log_filter.h:
+// "*:s" silences everything, "pelkd:d *:e" shows pelkd from DEBUG and the
+// rest from ERROR). Unset, INFO and above are echoed, as on a host build.
+// Messages longer than 4068 bytes are cut.
 #pragma once
+
+#include <stdarg.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -29,6 +40,10 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 3, 4)));
 int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
+int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap)
+    __attribute__((format(printf, 3, 0)));
+int __android_log_write(int prio, const char* tag, const char* text);
+int __android_log_buf_write(int bufID, int prio, const char* tag, const char* text);
 
 #ifdef __cplusplus
 }

@@ -1,9 +1,11 @@
 // Host-only: the records the host liblog keeps, for tests and the simulator.
-// Every process of the device appends to the same record file, so a test can
-// assert on lines that a daemon in another process logged.
+// Every process of the device appends to the same record file
+// ("/sim/log/records"), so a test can assert on lines that a daemon in
+// another process logged. Outside the device the records stay in-process.
 #pragma once
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <string>
 #include <vector>
@@ -13,12 +15,14 @@ struct LogRecord {
     int priority;  // android_LogPriority
     pid_t pid;
     std::string tag;
-    std::string text;  // the formatted message, exactly as logged
+    std::string text;  // the formatted message, exactly as logged (cut at 4068 bytes)
+    pid_t tid = 0;
+    timespec when{};  // wall-clock time of the call
 };
 
 // All records since the device was reset (or liblog_clear), oldest first.
 std::vector<LogRecord> liblog_records();
-// Forgets every record so far.
+// Forgets every record so far, for every process of the device.
 void liblog_clear();
 // Number of records with this exact text (and tag, priority, buffer when
 // they are not null / -1).

@@ -1,0 +1,160 @@
+#include <fcntl.h>
+#include <log/record_file.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+
+#include "../../src/tools/Resources.h"
+
+namespace hostlog {
+namespace {
+
+// The device's own folder; without it we are not inside a simulated device.
+const char kDeviceRoot[] = "/sim";
+
+// One lock for every record file of the process. It is taken around fork()
+// so that a child (the engine forks workers that log) never starts with it
+// held by a thread that does not exist there.
+std::mutex& recordLock() {
+    static auto* lock = new std::mutex;  // never destroyed: used from atexit paths
+    return *lock;
+}
+void lockBeforeFork() { recordLock().lock(); }
+void unlockAfterFork() { recordLock().unlock(); }
+
+void registerForkHandlers() {
+    static std::once_flag once;
+    std::call_once(once, [] { pthread_atfork(lockBeforeFork, unlockAfterFork, unlockAfterFork); });
+}
+
+bool onDevice() {
+    struct stat st;
+    return stat(kDeviceRoot, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::string parentOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos || slash == 0 ? "/" : path.substr(0, slash);
+}
+
+int openForAppend(const std::string& path) {
+    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
+    int fd = open(path.c_str(), flags, 0644);
+    if (fd < 0 && errno == ENOENT && onDevice()) {
+        // The log folder went with a wipe of the device; bring it back.
+        mkdir(parentOf(path).c_str(), 0755);
+        fd = open(path.c_str(), flags, 0644);
+    }
+    return fd;
+}
+
+bool unlinkedUnderUs(int fd) {
+    struct stat st;
+    return fstat(fd, &st) != 0 || st.st_nlink == 0;
+}
+
+}  // namespace
+
+struct RecordFile::State {
+    std::string path;
+    pelk::UniqueFd fd;
+    std::string memory;  // records kept in-process outside the device
+};
+
+RecordFile::RecordFile(const char* path) : state_(new State) {
+    state_->path = path;
+    registerForkHandlers();
+}
+
+RecordFile::~RecordFile() = default;
+
+bool RecordFile::append(const std::string& text) {
+    std::lock_guard<std::mutex> guard(recordLock());
+    pelk::UniqueFd& fd = state_->fd;
+    if (fd.ok() && unlinkedUnderUs(fd.get())) fd.reset();
+    if (!fd.ok()) fd.reset(openForAppend(state_->path));
+    if (!fd.ok()) {
+        if (onDevice()) return false;
+        state_->memory += text;
+        return true;
+    }
+    return write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+std::string RecordFile::readAll() {
+    std::lock_guard<std::mutex> guard(recordLock());
+    pelk::UniqueFd fd(open(state_->path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.ok()) return onDevice() ? std::string() : state_->memory;
+    std::string text;
+    char buf[16384];
+    ssize_t n;
+    while ((n = read(fd.get(), buf, sizeof(buf))) > 0) text.append(buf, static_cast<size_t>(n));
+    return text;
+}
+
+void RecordFile::clear() {
+    std::lock_guard<std::mutex> guard(recordLock());
+    state_->memory.clear();
+    // Truncating keeps every writer's O_APPEND descriptor valid. A missing
+    // file has nothing to clear.
+    if (truncate(state_->path.c_str(), 0) != 0) return;
+}
+
+std::string escapeField(const std::string& raw) {
+    std::string out;
+    out.reserve(raw.size() + 8);
+    for (char c : raw) {
+        switch (c) {
+            case '\\': out += "\\\\"; break;
+            case '\n': out += "\\n"; break;
+            case '\t': out += "\\t"; break;
+            case '\r': out += "\\r"; break;
+            default: out += c;
+        }
+    }
+    return out;
+}
+
+std::string unescapeField(const std::string& escaped) {
+    std::string out;
+    out.reserve(escaped.size());
+    for (size_t i = 0; i < escaped.size(); ++i) {
+        char c = escaped[i];
+        if (c != '\\' || i + 1 == escaped.size()) {
+            out += c;
+            continue;
+        }
+        char next = escaped[++i];
+        switch (next) {
+            case 'n': out += '\n'; break;
+            case 't': out += '\t'; break;
+            case 'r': out += '\r'; break;
+            default: out += next;  // "\\" and anything unknown stand for themselves
+        }
+    }
+    return out;
+}
+
+std::vector<std::string> splitFields(const std::string& line) {
+    std::vector<std::string> fields;
+    size_t start = 0;
+    for (;;) {
+        size_t tab = line.find('\t', start);
+        fields.push_back(line.substr(start, tab == std::string::npos ? std::string::npos : tab - start));
+        if (tab == std::string::npos) return fields;
+        start = tab + 1;
+    }
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1)
+        lines.push_back(text.substr(start, nl - start));
+    return lines;
+}
+
+}  // namespace hostlog
