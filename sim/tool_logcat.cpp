@@ -1,0 +1,187 @@
+// The device's logcat: prints the device log that the host liblog writes
+// ("/sim/log/logcat", already in threadtime form) and, unless -d is given,
+// keeps following it like the real one until it is killed or its reader
+// goes away; a log file removed and created anew (device reset) is picked up.
+//
+//   logcat [-v threadtime] [-b buffer]... [-d] [-c] [-s] [tag:priority]...
+//
+// -b is accepted for the buffers the device knows and does not filter: the
+// device log holds every buffer in one stream, as logcat's default view does.
+// Filter expressions work as on the device ("pelkd:d *:s"); -s silences the
+// tags not named.
+#include <errno.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <log/log.h>
+#include <log/log_filter.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "tools/Resources.h"
+
+namespace {
+
+const char kDeviceLog[] = "/sim/log/logcat";
+const int kFollowPollMs = 50;
+
+bool knownBuffer(const char* name) {
+    for (const char* b : {"main", "system", "radio", "events", "crash", "default", "all"})
+        if (strcmp(name, b) == 0) return true;
+    return false;
+}
+
+// Tag and priority of a threadtime line "MM-DD HH:MM:SS.mmm  PID  TID P TAG: text".
+bool parseLine(const std::string& line, std::string* tag, int* priority) {
+    char letter = 0;
+    int end = 0;
+    if (sscanf(line.c_str(), "%*s %*s %*d %*d %c %n", &letter, &end) != 1 || end == 0) return false;
+    size_t colon = line.find(": ", static_cast<size_t>(end));
+    if (colon == std::string::npos) return false;
+    *tag = line.substr(static_cast<size_t>(end), colon - static_cast<size_t>(end));
+    tag->erase(tag->find_last_not_of(' ') + 1);
+    *priority = hostlog::priorityFromLetter(letter);
+    return *priority >= 0;
+}
+
+class Printer {
+public:
+    explicit Printer(const hostlog::TagFilter* filter) : filter_(filter) {}
+
+    // Writes the complete lines of text that pass the filter. Answers false
+    // when nobody reads our output any more.
+    bool print(const std::string& text) {
+        std::string out;
+        size_t start = 0;
+        for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1) {
+            std::string line = text.substr(start, nl - start);
+            std::string tag;
+            int priority = 0;
+            if (filter_ && parseLine(line, &tag, &priority) && !filter_->allows(tag, priority)) continue;
+            out += line + '\n';
+        }
+        return writeAll(out);
+    }
+
+private:
+    static bool writeAll(const std::string& out) {
+        size_t done = 0;
+        while (done < out.size()) {
+            ssize_t n = write(STDOUT_FILENO, out.data() + done, out.size() - done);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) return false;  // EPIPE even when SIGPIPE is ignored
+            done += static_cast<size_t>(n);
+        }
+        return true;
+    }
+
+    const hostlog::TagFilter* filter_;
+};
+
+// Reads the device log from where it left off, across truncation and
+// re-creation of the file.
+class Follower {
+public:
+    // Appends what was written since the last call; false when nothing new.
+    bool readNew(std::string* text) {
+        reopenIfReplaced();
+        if (!fd_.ok()) return false;
+        char buf[16384];
+        bool any = false;
+        ssize_t n;
+        while ((n = read(fd_.get(), buf, sizeof(buf))) > 0) {
+            pending_.append(buf, static_cast<size_t>(n));
+            any = true;
+        }
+        size_t lastNewline = pending_.rfind('\n');
+        if (lastNewline != std::string::npos) {
+            text->append(pending_, 0, lastNewline + 1);
+            pending_.erase(0, lastNewline + 1);
+        }
+        return any;
+    }
+
+private:
+    void reopenIfReplaced() {
+        struct stat now;
+        if (stat(kDeviceLog, &now) != 0) return;  // gone for now: keep what we have
+        struct stat ours;
+        if (fd_.ok() && fstat(fd_.get(), &ours) == 0 && ours.st_nlink > 0 && ours.st_dev == now.st_dev &&
+            ours.st_ino == now.st_ino) {
+            off_t position = lseek(fd_.get(), 0, SEEK_CUR);
+            if (now.st_size < position) {  // cleared: start again from the top
+                lseek(fd_.get(), 0, SEEK_SET);
+                pending_.clear();
+            }
+            return;
+        }
+        fd_.reset(open(kDeviceLog, O_RDONLY | O_CLOEXEC));
+        pending_.clear();
+    }
+
+    pelk::UniqueFd fd_;
+    std::string pending_;
+};
+
+// Waits a little; false when our reader has gone away (pipe closed).
+bool waitForMore() {
+    pollfd out{STDOUT_FILENO, 0, 0};
+    int r = poll(&out, 1, kFollowPollMs);
+    return !(r > 0 && (out.revents & (POLLERR | POLLHUP | POLLNVAL)));
+}
+
+int usage(const char* message) {
+    fprintf(stderr, "%s\nUsage: logcat [-v threadtime] [-b buffer] [-d] [-c] [-s] [tag:priority ...]\n", message);
+    return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    bool dump = false, clear = false;
+    hostlog::TagFilter filter(ANDROID_LOG_VERBOSE);
+    bool filtered = false;
+    int opt;
+    while ((opt = getopt(argc, argv, "v:b:dcs")) != -1) {
+        switch (opt) {
+            case 'v':
+                if (strcmp(optarg, "threadtime") != 0) return usage("Unsupported log format; use -v threadtime.");
+                break;
+            case 'b':
+                if (!knownBuffer(optarg)) return usage("Unknown buffer.");
+                break;
+            case 'd': dump = true; break;
+            case 'c': clear = true; break;
+            case 's':
+                filter.parse("*:S");
+                filtered = true;
+                break;
+            default: return usage("Invalid option.");
+        }
+    }
+    for (int i = optind; i < argc; ++i) {
+        if (!filter.parse(argv[i])) return usage("Invalid filter expression");
+        filtered = true;
+    }
+    if (clear) {
+        if (truncate(kDeviceLog, 0) != 0 && errno != ENOENT) {
+            perror("logcat: clear");
+            return 1;
+        }
+        return 0;
+    }
+
+    Printer printer(filtered ? &filter : nullptr);
+    Follower follower;
+    for (;;) {
+        std::string text;
+        bool any = follower.readNew(&text);
+        if (!text.empty() && !printer.print(text)) return 0;
+        if (dump) return 0;  // what was there when we started, no more
+        if (!any && !waitForMore()) return 0;
+    }
+}
