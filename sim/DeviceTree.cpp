@@ -193,6 +193,14 @@ int buildDeviceTree() {
             return -1;
         }
     }
+    // The kernel's key-event log device. A FIFO stands in for it: tests and a
+    // person at the device shell write lines into it and close it, which the
+    // daemon's reader sees as the device ending.
+    if (mkfifo("/dev/dek_log", 0600) != 0 && errno != EEXIST) {
+        fprintf(stderr, "pelk sandbox: mkfifo /dev/dek_log: %s\n", strerror(errno));
+        return -1;
+    }
+    chmod("/dev/dek_log", 0600);
     linkDeviceTools();
     // A profile with the device's defaults: file-based encryption, no
     // container users, real-time sleeps.
