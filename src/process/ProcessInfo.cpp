@@ -27,8 +27,8 @@ bool ProcessKiller::pathMatchesMountPoint(const char* path, const char* mountPoi
 
 bool ProcessKiller::readSymLink(const char* path, char* buf, size_t size) {
     if (size == 0) return false;
-    struct stat st;
-    if (lstat(path, &st) != 0 || !S_ISLNK(st.st_mode)) return false;
+    // readlink itself refuses anything that is not a symbolic link (EINVAL),
+    // so no lstat is needed first.
     ssize_t len = readlink(path, buf, size - 1);
     if (len < 0) return false;
     buf[len] = '\0';
