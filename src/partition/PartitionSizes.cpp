@@ -1,0 +1,65 @@
+// Disk space taken by a directory tree: the blocks each file occupies,
+// symbolic links not followed.
+#include <dirent.h>
+#include <fcntl.h>
+#include <log/log.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "partition/Partition.h"
+#include "tools/Resources.h"
+
+namespace {
+
+bool isDotEntry(const char* name) { return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')); }
+
+int openSubdirectory(int dirFd, const char* name) {
+    return openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+// Size of every entry of an open directory: a sub-directory counts itself
+// plus everything below it. Unreadable entries count nothing.
+uint64_t sizeOfEntries(Partition& partition, DIR* dir) {
+    const int dirFd = dirfd(dir);
+    uint64_t total = 0;
+    while (dirent* entry = readdir(dir)) {
+        if (isDotEntry(entry->d_name)) continue;
+        struct stat st;
+        if (fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        total += partition.stat_size(&st);
+        if (!S_ISDIR(st.st_mode)) continue;
+        int subFd = openSubdirectory(dirFd, entry->d_name);
+        if (subFd >= 0) total += static_cast<uint64_t>(partition.calculate_dir_size(subFd));
+    }
+    return total;
+}
+
+}  // namespace
+
+uint64_t Partition::stat_size(struct stat* st) {
+    uint64_t size = static_cast<uint64_t>(st->st_blocks) * 512;
+    const uint64_t block = st->st_blksize > 0 ? static_cast<uint64_t>(st->st_blksize) : 0;
+    if (block) size = (size + block - 1) / block * block;
+    return size;
+}
+
+uint64_t Partition::getDirectorySize(const char* path, int includeSelf) {
+    pelk::UniqueDir dir(opendir(path));
+    if (!dir) {
+        __android_log_print(ANDROID_LOG_ERROR, "pelkd", "Failed to open %s", path);
+        return 0;
+    }
+    uint64_t total = 0;
+    struct stat self;
+    if (includeSelf && lstat(path, &self) == 0) total = stat_size(&self);
+    return total + sizeOfEntries(*this, dir.get());
+}
+
+int64_t Partition::calculate_dir_size(int dirFd) {
+    pelk::UniqueFd fd(dirFd);
+    pelk::UniqueDir dir(fdopendir(fd.get()));
+    if (!dir) return 0;  // fd closes the descriptor
+    fd.release();
+    return static_cast<int64_t>(sizeOfEntries(*this, dir.get()));
+}
