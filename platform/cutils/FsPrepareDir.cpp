@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "../../src/tools/Resources.h"
+#include "tools/Resources.h"
 #include "devprofile/DeviceProfile.h"
 
 namespace {

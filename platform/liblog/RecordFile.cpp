@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <mutex>
 
-#include "../../src/tools/Resources.h"
+#include "tools/Resources.h"
 
 namespace hostlog {
 namespace {

@@ -22,6 +22,9 @@ class CleanDevice : public testing::EmptyTestEventListener {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    // The engine logs a great deal; its records are asserted on, not read
+    // on the terminal. Set ANDROID_LOG_TAGS to see them echoed.
+    setenv("ANDROID_LOG_TAGS", "*:s", 0);
     if (sim::enterSandbox() != 0) return 1;
     testing::UnitTest::GetInstance()->listeners().Append(new CleanDevice);
     return RUN_ALL_TESTS();
