@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "../../src/tools/Resources.h"
+#include "tools/Resources.h"
 
 namespace pelkhost {
 namespace {

@@ -4,7 +4,7 @@
 #include <openssl/rand.h>
 #include <string.h>
 
-#include "../../src/tools/Resources.h"
+#include "tools/Resources.h"
 #include "Aead.h"
 #include "AtomicFile.h"
 

@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "../../src/tools/Resources.h"
+#include "tools/Resources.h"
 #include "StoreKeys.h"
 
 namespace tzks {
