@@ -19,6 +19,11 @@ TEST(EncryptionMode, FollowsTheProfile) {
     devprofile::failNext("isOdeInProgress");
     EXPECT_EQ(isOdeInProgress(), 0);
     EXPECT_EQ(isOdeInProgress(), 1);
+    devprofile::set("fbe", "1");
+    devprofile::failNext("isFBESupported", 2);
+    EXPECT_EQ(isFBESupported(), 0);
+    EXPECT_EQ(isFBESupported(), 0);
+    EXPECT_EQ(isFBESupported(), 1);
 }
 
 TEST(Personas, KindsAndScanBound) {
@@ -53,17 +58,23 @@ TEST(Personas, AUserAddedByAnotherProcessIsSeen) {
 TEST(MountedPath, ExactMountPointsOfThisNamespace) {
     ASSERT_EQ(mkdir("/data/x", 0755), 0);
     ASSERT_EQ(mkdir("/data/with blank", 0755), 0);
+    ASSERT_EQ(mkdir("/data/back\\slash", 0755), 0);
     EXPECT_FALSE(isMountedPath("/data/x"));
     ASSERT_EQ(mount("t", "/data/x", "tmpfs", 0, nullptr), 0);
     ASSERT_EQ(mount("t", "/data/with blank", "tmpfs", 0, nullptr), 0);
+    ASSERT_EQ(mount("t", "/data/back\\slash", "tmpfs", 0, nullptr), 0);
     ASSERT_EQ(mkdir("/data/x/sub", 0755), 0);
     EXPECT_TRUE(isMountedPath("/data/x"));
     EXPECT_TRUE(isMountedPath("/data/with blank"));
+    EXPECT_FALSE(isMountedPath("/data/with\\040blank"));
+    EXPECT_TRUE(isMountedPath("/data/back\\slash"));
     EXPECT_FALSE(isMountedPath("/data/x/"));
     EXPECT_FALSE(isMountedPath("/data/x/sub"));
     EXPECT_FALSE(isMountedPath("/data"));
     EXPECT_FALSE(isMountedPath(""));
     EXPECT_FALSE(isMountedPath(nullptr));
+    devprofile::failNext("isMountedPath");
+    EXPECT_FALSE(isMountedPath("/data/x"));
     ASSERT_EQ(umount("/data/x"), 0);
     EXPECT_FALSE(isMountedPath("/data/x"));
 }

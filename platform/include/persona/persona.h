@@ -6,7 +6,8 @@
 extern "C" {
 #endif
 
-// Writes up to maxCount container user ids into ids; answers their count.
+// Writes up to maxCount container user ids, ascending, into ids; answers
+// their count, negative when the list cannot be had.
 int scanZanthPersonas(int* ids, int maxCount);
 // Non-zero when userId is a container user.
 int isZanthUser(int userId);
@@ -14,7 +15,9 @@ int isZanthUser(int userId);
 int isCLContainer(int userId);
 // Non-zero for the secure-folder kind of container.
 int isStrond(int userId);
-// Non-zero when path is a mount point in the caller's mount namespace.
+// Non-zero when path is exactly a mount point in the caller's own mount
+// namespace. The path is compared as given, not resolved: "/data/x/" is not
+// the mount point "/data/x".
 int isMountedPath(const char* path);
 
 #ifdef __cplusplus
