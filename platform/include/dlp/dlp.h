@@ -1,6 +1,8 @@
 // Data-loss-prevention library (closed; host edition: platform/dlp).
 #pragma once
 
+#include <stdbool.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
