@@ -1,0 +1,25 @@
+// Logging of the command layer: the system log buffer under the daemon's tag,
+// and the one line every command writes about the line it received.
+#pragma once
+
+#include <log/log.h>
+
+#define CMD_LOG(prio, ...) __android_log_buf_print(LOG_ID_SYSTEM, prio, "pelkd", __VA_ARGS__)
+
+namespace pelk {
+
+// Size of the buffer a command line is logged from, terminator included.
+constexpr int DUMP_ARGS_SIZE = 4096;
+
+// Logs "\n\nCMD > <words> \n" at DEBUG with the first argc words. A word
+// that would not fit in the buffer is left out (with no blank for it) and
+// the later words still get their chance, so one huge word never hides the
+// rest of the line. Callers pass a smaller argc to keep secrets out.
+void logCommandLine(int argc, char** argv);
+
+// How many of a line's argc words to log when only the first `limit` may be.
+inline int leadingWords(int argc, int limit) {
+    return argc < limit ? argc : limit;
+}
+
+}  // namespace pelk

@@ -1,0 +1,56 @@
+// Container database and data migration, and the package directories of an
+// encrypted partition (their sizes, or clearing them).
+#include <stdlib.h>
+
+#include "command/CommandListenerEnterprise.h"
+#include "command/CommandLog.h"
+#include "command/CommandReply.h"
+
+using pelk::countMatches;
+using pelk::replyFailed;
+using pelk::replyWrongCount;
+
+// ---- migration ----
+CommandListenerEnterprise::migrationCmd::migrationCmd() : PelkdCommand("migration") {}
+
+int CommandListenerEnterprise::migrationCmd::parseCmd(int argc, char** argv) {
+    // Four words or more; the message has always said "more than 4".
+    if (argc < 4) {
+        CMD_LOG(ANDROID_LOG_ERROR, "FATAL: Migration Param num has to be more than 4 [argc:%d]", argc);
+        return -1;
+    }
+    mUserId = atoi(argv[1]);
+    pelk::copyWord(mKind, sizeof(mKind), argv[2]);
+    pelk::copyWord(mName, sizeof(mName), argv[3]);
+    mExtraCount = argc - 4;
+    return 0;
+}
+
+int CommandListenerEnterprise::migrationCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+    dumpArgs(argc, argv);
+    if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
+    // Database and data migration are not in this build yet.
+    return replyFailed(cli);
+}
+
+// ---- handle_enc_pkg ----
+CommandListenerEnterprise::handleEncPkgCmd::handleEncPkgCmd() : PelkdCommand("handle_enc_pkg") {}
+
+int CommandListenerEnterprise::handleEncPkgCmd::parseCmd(int argc, char** argv) {
+    if (!countMatches(argc, mExpectedArgc)) return -1;
+    mUserId = atoi(argv[1]);
+    pelk::copyWord(mSubCommand, sizeof(mSubCommand), argv[2]);
+    pelk::copyWord(mPackageName, sizeof(mPackageName), argv[3]);
+    mType = atoi(argv[4]);
+    mItemCount = atoi(argv[5]);
+    pelk::copyWord(mItemList, sizeof(mItemList), argv[6]);
+    mClearFlag = atoi(argv[7]);
+    return 0;
+}
+
+int CommandListenerEnterprise::handleEncPkgCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+    dumpArgs(argc, argv);
+    if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
+    // Package directory sizes and clearing are not in this build yet.
+    return replyFailed(cli);
+}

@@ -1,0 +1,59 @@
+// Changing and verifying a container's password. The passwords never reach
+// the log (only the command word and the user are logged) and are wiped from
+// the command's fields as soon as the line has been served.
+#include <stdlib.h>
+
+#include "command/CommandListenerEnterprise.h"
+#include "command/CommandLog.h"
+#include "command/CommandReply.h"
+#include "tools/Resources.h"
+
+using pelk::countMatches;
+using pelk::replyWrongCount;
+
+namespace {
+
+// Words of a password line that may be logged: the command word and the user.
+const int kLoggedWords = 2;
+
+}  // namespace
+
+// ---- change_password ----
+CommandListenerEnterprise::chpasswdCmd::chpasswdCmd() : PelkdCommand("change_password") {}
+
+int CommandListenerEnterprise::chpasswdCmd::parseCmd(int argc, char** argv) {
+    if (!countMatches(argc, mExpectedArgc)) return -1;
+    mUserId = atoi(argv[1]);
+    pelk::copyWord(mOldPassword, sizeof(mOldPassword), argv[2]);
+    pelk::copyWord(mNewPassword, sizeof(mNewPassword), argv[3]);
+    return 0;
+}
+
+int CommandListenerEnterprise::chpasswdCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+    dumpArgs(pelk::leadingWords(argc, kLoggedWords), argv);
+    int parsed = parseCmd(argc, argv);
+    pelk::wipe(mOldPassword, sizeof(mOldPassword));
+    pelk::wipe(mNewPassword, sizeof(mNewPassword));
+    if (parsed != 0) return replyWrongCount(cli, argc, mExpectedArgc);
+    // Password handling of the manager is not in this build yet.
+    return pelk::replyFailed(cli);
+}
+
+// ---- verify_password ----
+CommandListenerEnterprise::verifyPasswdCmd::verifyPasswdCmd() : PelkdCommand("verify_password") {}
+
+int CommandListenerEnterprise::verifyPasswdCmd::parseCmd(int argc, char** argv) {
+    if (!countMatches(argc, mExpectedArgc)) return -1;
+    mUserId = atoi(argv[1]);
+    pelk::copyWord(mPassword, sizeof(mPassword), argv[2]);
+    return 0;
+}
+
+int CommandListenerEnterprise::verifyPasswdCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+    dumpArgs(pelk::leadingWords(argc, kLoggedWords), argv);
+    int parsed = parseCmd(argc, argv);
+    pelk::wipe(mPassword, sizeof(mPassword));
+    if (parsed != 0) return replyWrongCount(cli, argc, mExpectedArgc);
+    // Password handling of the manager is not in this build yet.
+    return pelk::replyFailed(cli);
+}

@@ -1,0 +1,63 @@
+#include "command/PelkdCommand.h"
+
+#include <string.h>
+
+#include <sysutils/SocketClient.h>
+
+#include "command/CommandLog.h"
+#include "command/CommandReply.h"
+#include "command/ProcessIdentity.h"
+#include "manager/Pelk.h"
+
+namespace {
+
+// The pid of the last caller that passed the full check; 0 for none yet.
+// Read and written only on the "pelk" listener thread.
+int sSystemServerPid = 0;
+
+// Bytes of a command line that are read: enough for any name compared here.
+const size_t kCmdlineRead = 200;
+
+bool cmdlineIs(const char* cmdline, const char* name) {
+    return strcmp(cmdline, name) == 0;
+}
+
+}  // namespace
+
+PelkdCommand::PelkdCommand(const char* cmd) : FrameworkCommand(cmd) {}
+
+PelkdCommand::~PelkdCommand() {}
+
+int PelkdCommand::runCommand(SocketClient* cli, int argc, char** argv) {
+    if (isSystemServerCommand(cli)) return runCommand(cli, argc, argv, Pelk::Instance());
+    pelk::sendReply(cli, pelk::REPLY_FAILED, "failed %s", "Permission denied");
+    return -1;
+}
+
+bool PelkdCommand::isSystemServerCommand(SocketClient* cli) {
+    int pid = cli->getPid();
+    int parentUid = -1;
+    if (sSystemServerPid != 0 && sSystemServerPid == pid) return true;
+
+    char cmdline[kCmdlineRead + 1];
+    if (pelk::readProcCmdline(pid, cmdline, sizeof(cmdline)) < 0) return false;
+    if (!cmdlineIs(cmdline, "system_server")) {
+        CMD_LOG(ANDROID_LOG_ERROR, "Process(PID: %d) is not the system_server!!\n", pid);
+        return false;
+    }
+    CMD_LOG(ANDROID_LOG_DEBUG, "Process(PID: %d) is the system_server..\n", pid);
+
+    // The uid that counts is the parent's: only a root zygote starts the
+    // real system_server, while any app can name itself so.
+    int parent = pelk::readProcStatusNumber(pid, "PPid:");
+    if (pelk::readProcCmdline(parent, cmdline, sizeof(cmdline)) < 0) return false;
+    if (cmdlineIs(cmdline, "zygote") || cmdlineIs(cmdline, "zygote64")) {
+        parentUid = pelk::readProcStatusNumber(parent, "Uid:");
+    }
+    if (parentUid == 0) {
+        sSystemServerPid = pid;
+        return true;
+    }
+    CMD_LOG(ANDROID_LOG_ERROR, "[PID: %d] is not android system_server!!\n", pid);
+    return false;
+}

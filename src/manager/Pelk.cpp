@@ -1,0 +1,81 @@
+// The manager singleton, its two constructors and the state that outlives a
+// single command.
+#include "manager/Pelk.h"
+
+#include <errno.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <crypt/crypt.h>
+#include <fileops/CopyFileImpl.h>
+#include <persona/persona.h>
+
+#include "command/CommandListenerEnterprise.h"
+#include "manager/ManagerLog.h"
+#include "partition/Partition.h"
+
+Pelk* Pelk::sInstance = nullptr;
+std::map<int, bool> Pelk::isUnlockedByCe;
+std::map<int, int> Pelk::remountChildList;
+std::mutex Pelk::remountChildListLock;
+
+namespace {
+
+// Container users probed for a mounted CE area at start-up.
+const int kStartupUsers = 10;
+
+}  // namespace
+
+Pelk* Pelk::Instance() {
+    // The listener starts inside the constructor, so a command may ask for
+    // the manager before the first call has returned: it waits for it.
+    static std::once_flag built;
+    std::call_once(built, [] { sInstance = new Pelk(); });
+    return sInstance;
+}
+
+Pelk::Pelk() {
+    mListener = new CommandListenerEnterprise();
+    // The copy engine is created here once the host file-operations library
+    // provides one; until then the copy commands answer "failed".
+    mPreMountMark = 0;
+    mPid = getpid();
+    if (mListener->startListener() != 0) {
+        // DEBUG on purpose: the daemon runs on without this socket.
+        PELK_LOG(ANDROID_LOG_DEBUG, "Unable to start DirEncryptionListener (%s)", strerror(errno));
+    }
+    initStatusMap();
+    // The kernel event thread (FsHandlerThread::run() and its two log lines)
+    // starts here once the event handler is part of the engine.
+    if (isFBESupported() == 0) {
+        install_ecryptfs_keyring();
+        // The reaper of remount workers (runClearChildThreadInternal) starts
+        // here once the worker operations are part of the engine.
+    }
+}
+
+Pelk::Pelk(int pid) {
+    // The copy engine is created here once the host file-operations library
+    // provides one.
+    PELK_LOG(ANDROID_LOG_DEBUG, "Added PELK Instance (PID:%d)", pid);
+    mListener = nullptr;
+    mPid = pid;
+    mPreMountMark = -1;
+}
+
+Pelk::~Pelk() {
+    delete mCopyEngine;
+}
+
+void Pelk::initStatusMap() {
+    int users[kStartupUsers] = {0};
+    int count = scanZanthPersonas(users, kStartupUsers);
+    if (count < 1) return;
+    if (count > kStartupUsers) count = kStartupUsers;
+    for (int i = 0; i < count; ++i) {
+        // A CE data area that is already mounted (a restarted daemon) counts
+        // as unlocked without any key handling.
+        Partition ceData(users[i], PARTITION_CE_DATA, nullptr, false);
+        isUnlockedByCe[users[i]] = isMountedInternal(nullptr, ceData.mMntPath) == 1;
+    }
+}

@@ -1,0 +1,36 @@
+// The private-mode manager singleton: a light container manager with the
+// "ppm" listener of its own.
+#include "manager/PrivatePartitionManager.h"
+
+#include <errno.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <fileops/CopyFileImpl.h>
+
+#include "command/CommandListenerPrivate.h"
+#include "manager/ManagerLog.h"
+
+PrivatePartitionManager* PrivatePartitionManager::sInstance = nullptr;
+
+PrivatePartitionManager* PrivatePartitionManager::Instance() {
+    // Its commands ask for the manager themselves, possibly while the
+    // constructor that started their listener is still running.
+    static std::once_flag built;
+    std::call_once(built, [] { sInstance = new PrivatePartitionManager(); });
+    return sInstance;
+}
+
+PrivatePartitionManager::PrivatePartitionManager() : Pelk(getpid()) {
+    mPpmListener = new CommandListenerPrivate();
+    mPpmSocketListener = mPpmListener;
+    // Its own copy engine is created here once the host file-operations
+    // library provides one.
+    if (mPpmSocketListener->startListener() != 0) {
+        PELK_LOG(ANDROID_LOG_DEBUG, "Unable to start PPMListener (%s)", strerror(errno));
+    }
+}
+
+PrivatePartitionManager::~PrivatePartitionManager() {
+    delete mPpmCopyEngine;
+}
