@@ -36,8 +36,7 @@ Pelk* Pelk::Instance() {
 
 Pelk::Pelk() {
     mListener = new CommandListenerEnterprise();
-    // The copy engine is created here once the host file-operations library
-    // provides one; until then the copy commands answer "failed".
+    mCopyEngine = new CopyFileImpl();
     mPreMountMark = 0;
     mPid = getpid();
     if (mListener->startListener() != 0) {
@@ -55,8 +54,7 @@ Pelk::Pelk() {
 }
 
 Pelk::Pelk(int pid) {
-    // The copy engine is created here once the host file-operations library
-    // provides one.
+    mCopyEngine = new CopyFileImpl();
     PELK_LOG(ANDROID_LOG_DEBUG, "Added PELK Instance (PID:%d)", pid);
     mListener = nullptr;
     mPid = pid;

@@ -24,8 +24,7 @@ PrivatePartitionManager* PrivatePartitionManager::Instance() {
 PrivatePartitionManager::PrivatePartitionManager() : Pelk(getpid()) {
     mPpmListener = new CommandListenerPrivate();
     mPpmSocketListener = mPpmListener;
-    // Its own copy engine is created here once the host file-operations
-    // library provides one.
+    mPpmCopyEngine = new CopyFileImpl();
     if (mPpmSocketListener->startListener() != 0) {
         PELK_LOG(ANDROID_LOG_DEBUG, "Unable to start PPMListener (%s)", strerror(errno));
     }

@@ -1,0 +1,64 @@
+// pelkd: the daemon's main on the simulated device. It builds the container
+// manager (which starts the "pelk" listener and learns the unlock state from
+// the mount table) and the private-mode manager (which starts "ppm"), then
+// serves until SIGTERM or SIGINT.
+//
+// The sockets are taken from init's ANDROID_SOCKET_<name> descriptors when
+// present, else created as /dev/socket/pelk and /dev/socket/ppm, so a client
+// may connect as soon as pelkd has printed nothing and the files exist.
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "manager/Pelk.h"
+#include "manager/PrivatePartitionManager.h"
+
+namespace {
+
+// Written by the signal handler, read by main: the only way a handler may
+// wake a thread. A handler (not a blocked mask) is used because blocked
+// signals would be inherited by every program the daemon executes.
+int sStopPipe[2] = {-1, -1};
+
+void onStopSignal(int) {
+    int saved = errno;
+    char byte = 1;
+    ssize_t ignored = write(sStopPipe[1], &byte, 1);
+    (void)ignored;
+    errno = saved;
+}
+
+bool installStopHandler() {
+    if (pipe2(sStopPipe, O_CLOEXEC) != 0) return false;
+    struct sigaction sa{};
+    sa.sa_handler = onStopSignal;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    return sigaction(SIGTERM, &sa, nullptr) == 0 && sigaction(SIGINT, &sa, nullptr) == 0;
+}
+
+}  // namespace
+
+int main() {
+    if (!installStopHandler()) {
+        fprintf(stderr, "pelkd: cannot install the stop handler: %s\n", strerror(errno));
+        return 1;
+    }
+    signal(SIGPIPE, SIG_IGN);
+
+    Pelk::Instance();
+    PrivatePartitionManager::Instance();
+    // The daemon log threads (PelkLog::startLog and PelkLog::startLogcat)
+    // start here once the daemon log is part of the engine.
+
+    char byte;
+    while (read(sStopPipe[0], &byte, 1) < 0 && errno == EINTR) {
+    }
+    // Nothing is torn down: the listener threads may be in the middle of a
+    // command, and the device reclaims everything with the process.
+    fflush(nullptr);
+    _exit(0);
+}
