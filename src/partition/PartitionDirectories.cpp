@@ -35,6 +35,22 @@ bool isDirectoryEntry(int dirFd, const dirent* entry) {
     return fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
 }
 
+// Empties one sub-directory of an open directory (the directory itself stays).
+int clearSubdirectory(Partition& partition, int dirFd, const char* name, int (*filter)(const char*, int)) {
+    pelk::UniqueFd subFd(openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!subFd.ok()) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't openat %s: %s\n", name, strerror(errno));
+        return -1;
+    }
+    pelk::UniqueDir sub(fdopendir(subFd.get()));
+    if (!sub) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't fdopendir %s: %s\n", name, strerror(errno));
+        return -1;
+    }
+    subFd.release();  // the stream owns it now
+    return partition.clearDirContents(sub.get(), filter);
+}
+
 }  // namespace
 
 int Partition::create(const char* /*unused*/, long long /*size*/) {
@@ -96,21 +112,7 @@ int Partition::clearDirContents(DIR* dir, int (*filter)(const char*, int)) {
         if (filter && filter(name, isDir ? 1 : 0) != 0) continue;
 
         if (isDir) {
-            pelk::UniqueFd subFd(openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-            if (!subFd.ok()) {
-                __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't openat %s: %s\n", name, strerror(errno));
-                result = -1;
-                continue;
-            }
-            pelk::UniqueDir sub(fdopendir(subFd.get()));
-            if (!sub) {
-                __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't fdopendir %s: %s\n", name, strerror(errno));
-                result = -1;
-                continue;
-            }
-            subFd.release();  // the stream owns it now
-            if (clearDirContents(sub.get(), filter) != 0) result = -1;
-            sub.reset();
+            if (clearSubdirectory(*this, dirFd, name, filter) != 0) result = -1;
             if (unlinkat(dirFd, name, AT_REMOVEDIR) != 0) {
                 __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't unlinkat %s: %s\n", name, strerror(errno));
                 result = -1;
@@ -132,8 +134,8 @@ int Partition::removeFile(const char* path) {
         }
         const int err = errno;
         const int action = kRemoveActions[attempt];
-        PARTITION_LOG(ANDROID_LOG_WARN, "Failed REMOVE %s (%s, retries %d, action %d)",
-                                path, strerror(err), kRemoveTries - 1 - attempt, action);
+        PARTITION_LOG(ANDROID_LOG_WARN, "Failed REMOVE %s (%s, retries %d, action %d)", path, strerror(err),
+                      kRemoveTries - 1 - attempt, action);
         PARTITION_LOG(ANDROID_LOG_INFO, "Kill processes opening and [%s]", path);
         ProcessKiller::killProcessesWithOpenFiles(path, action);
         usleep(kRemovePauseUs);
