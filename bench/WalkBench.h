@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,6 +67,35 @@ inline void report(const char* job, const char* tool, const Sample& s) {
     printf("%-34s engine %9.3f ms | %-14s %9.3f ms | engine/tool %.2f  (median of %zu)\n", job, e * 1e3, tool,
            t * 1e3, t > 0 ? e / t : 0.0, s.engine.size());
     fflush(stdout);
+}
+
+// A tree of top x sub directories with `files` files each (plus a symbolic
+// link per directory); one file in four holds a few kilobytes. Answers the
+// number of entries made, directories included.
+inline long makeTree(const std::string& root, int top, int sub, int files) {
+    static const std::string payload(5000, 'p');
+    long entries = 0;
+    mkdir(root.c_str(), 0755);
+    for (int t = 0; t < top; ++t) {
+        std::string topDir = root + "/d" + std::to_string(t);
+        mkdir(topDir.c_str(), 0755);
+        ++entries;
+        for (int s = 0; s < sub; ++s) {
+            std::string dir = topDir + "/s" + std::to_string(s);
+            mkdir(dir.c_str(), 0755);
+            symlink("../..", (dir + "/up").c_str());
+            entries += 2;
+            for (int f = 0; f < files; ++f) {
+                std::string file = dir + "/file" + std::to_string(f);
+                int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+                if (fd < 0) continue;
+                if (f % 4 == 0 && write(fd, payload.data(), payload.size()) < 0) perror("write");
+                close(fd);
+                ++entries;
+            }
+        }
+    }
+    return entries;
 }
 
 }  // namespace walkbench
