@@ -4,8 +4,9 @@
 // serves until SIGTERM or SIGINT.
 //
 // The sockets are taken from init's ANDROID_SOCKET_<name> descriptors when
-// present, else created as /dev/socket/pelk and /dev/socket/ppm, so a client
-// may connect as soon as pelkd has printed nothing and the files exist.
+// present, else created as /dev/socket/pelk and /dev/socket/ppm; a client may
+// connect as soon as those files exist. pelkd prints nothing itself: its
+// lines go to the device log ("logcat").
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
