@@ -34,8 +34,13 @@ bool storeKey(int version, unsigned char* key) {
 
 // Header then password: what the seal authenticates besides the blob.
 std::vector<unsigned char> associatedData(int version, const char* password, int passwordLen) {
-    std::vector<unsigned char> aad = {'P', 'K', 'S', static_cast<unsigned char>(version)};
-    aad.insert(aad.end(), password, password + passwordLen);
+    size_t len = passwordLen > 0 ? static_cast<size_t>(passwordLen) : 0;
+    std::vector<unsigned char> aad(4 + len);
+    aad[0] = 'P';
+    aad[1] = 'K';
+    aad[2] = 'S';
+    aad[3] = static_cast<unsigned char>(version);
+    if (len) memcpy(aad.data() + 4, password, len);
     return aad;
 }
 

@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+#include <string>
+
 #include "keystore/Quarn3Helper.h"
 #include "tools/Resources.h"
 
@@ -45,7 +47,9 @@ int Quarn3Helper::get_keyname(const char* keyName, int uid, const char* dir, cha
     char encrypted[kNameBufferSize];
     // Without an encrypted name the path would name the folder itself.
     if (quarn_encrypt_filename(uid, keyName, encrypted) != 0) return -1;
-    snprintf(dst, size, "%suser_0/%s", dir, encrypted);
+    // Cut at the buffer's end like any other path of the store.
+    std::string path = std::string(dir) + "user_0/" + encrypted;
+    snprintf(dst, size, "%s", path.c_str());
     return 0;
 }
 

@@ -66,8 +66,11 @@ public:
         return h;
     }
     void reset(T* handle = nullptr) {
-        if (handle_) Release(handle_);
+        // The member is cleared before the release, so no path can see a
+        // released handle.
+        T* old = handle_;
         handle_ = handle;
+        if (old) Release(old);
     }
 
 private:
