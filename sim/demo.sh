@@ -66,6 +66,11 @@ daemon_log 2
 say "the private-mode socket serves any caller (here pelkctl as itself)"
 send --socket ppm --caller self unmount_privatemode 0 /mnt/x
 
+say "the kernel's key-event log: a line written to /dev/dek_log is copied with a readable time"
+echo "1447600000.123|demo key event" > /dev/dek_log
+for _ in $(seq 40); do [[ -s /data/log/mirel_log.txt ]] && break; sleep 0.05; done
+sed 's/^/   mirel_log.txt: /' /data/log/mirel_log.txt 2>/dev/null
+
 say "a shell on the device: pelkd runs as pid $PELKD_PID. Try"
 cat <<'EOF'
      pelkctl is_mounted 10                      one command line

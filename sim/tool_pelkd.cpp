@@ -1,7 +1,7 @@
 // pelkd: the daemon's main on the simulated device. It builds the container
 // manager (which starts the "pelk" listener and learns the unlock state from
-// the mount table) and the private-mode manager (which starts "ppm"), then
-// serves until SIGTERM or SIGINT.
+// the mount table) and the private-mode manager (which starts "ppm"), starts
+// the daemon log threads, then serves until SIGTERM or SIGINT.
 //
 // The sockets are taken from init's ANDROID_SOCKET_<name> descriptors when
 // present, else created as /dev/socket/pelk and /dev/socket/ppm; a client may
@@ -14,6 +14,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "log/PelkLog.h"
 #include "manager/Pelk.h"
 #include "manager/PrivatePartitionManager.h"
 
@@ -52,8 +53,12 @@ int main() {
 
     Pelk::Instance();
     PrivatePartitionManager::Instance();
-    // The daemon log threads (PelkLog::startLog and PelkLog::startLogcat)
-    // start here once the daemon log is part of the engine.
+    // The daemon log: the copy of the kernel's key-event log (it waits for a
+    // writer on /dev/dek_log) and, on a device with containers, the capture
+    // of the system log around the boot-time pre-mount.
+    PelkLog* log = PelkLog::Instance();
+    log->startLog();
+    log->startLogcat();
 
     char byte;
     while (read(sStopPipe[0], &byte, 1) < 0 && errno == EINTR) {
