@@ -6,6 +6,7 @@
 #include "command/CommandListenerEnterprise.h"
 #include "command/CommandLog.h"
 #include "command/CommandReply.h"
+#include "manager/Pelk.h"
 #include "tools/Resources.h"
 
 using pelk::countMatches;
@@ -15,6 +16,8 @@ namespace {
 
 // Words of a password line that may be logged: the command word and the user.
 const int kLoggedWords = 2;
+// Marks a line whose word count was wrong, apart from any manager result.
+const int kNotParsed = -1000;
 
 }  // namespace
 
@@ -29,13 +32,18 @@ int CommandListenerEnterprise::chpasswdCmd::parseCmd(int argc, char** argv) {
     return 0;
 }
 
-int CommandListenerEnterprise::chpasswdCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+int CommandListenerEnterprise::chpasswdCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk* manager) {
     dumpArgs(pelk::leadingWords(argc, kLoggedWords), argv);
-    int parsed = parseCmd(argc, argv);
+    int result = parseCmd(argc, argv) != 0 ? kNotParsed : manager->changePassword(mUserId, mOldPassword, mNewPassword);
+    // The passwords leave the object whatever happened.
     pelk::wipe(mOldPassword, sizeof(mOldPassword));
     pelk::wipe(mNewPassword, sizeof(mNewPassword));
-    if (parsed != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // Password handling of the manager is not in this build yet.
+    if (result == kNotParsed) return replyWrongCount(cli, argc, mExpectedArgc);
+    if (result == 0) {
+        pelk::sendReply(cli, pelk::REPLY_OK, "success");
+        return 0;
+    }
+    CMD_LOG(ANDROID_LOG_ERROR, "changePassword ERROR");
     return pelk::replyFailed(cli);
 }
 
@@ -49,11 +57,15 @@ int CommandListenerEnterprise::verifyPasswdCmd::parseCmd(int argc, char** argv) 
     return 0;
 }
 
-int CommandListenerEnterprise::verifyPasswdCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+int CommandListenerEnterprise::verifyPasswdCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk* manager) {
     dumpArgs(pelk::leadingWords(argc, kLoggedWords), argv);
-    int parsed = parseCmd(argc, argv);
+    int result = parseCmd(argc, argv) != 0 ? kNotParsed : manager->verifyPassword(mUserId, mPassword);
     pelk::wipe(mPassword, sizeof(mPassword));
-    if (parsed != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // Password handling of the manager is not in this build yet.
+    if (result == kNotParsed) return replyWrongCount(cli, argc, mExpectedArgc);
+    if (result == 0) {
+        pelk::sendReply(cli, pelk::REPLY_OK, "success");
+        return 0;
+    }
+    CMD_LOG(ANDROID_LOG_ERROR, "verifyPassword ERROR");
     return pelk::replyFailed(cli);
 }

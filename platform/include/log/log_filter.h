@@ -11,7 +11,7 @@ namespace hostlog {
 
 class TagFilter {
 public:
-    // defaultMinimum: lowest priority shown for tags the spec leaves out.
+    // defaultMinimum: lowest priority shown for tags the filter does not name.
     explicit TagFilter(int defaultMinimum) : defaultMinimum_(defaultMinimum) {}
 
     // Adds the entries of spec (blank separated). Answers false, and keeps
