@@ -56,6 +56,16 @@ send mount 10 c2VjcmV0IGtleSB0aGF0IG5ldmVyIHJlYWNoZXMgdGhlIGxvZw== 1 1
 echo "   the key never reaches the log, only the leading words:"
 daemon_log 1
 
+say "container 10's keys and password, provisioned as the platform would (pelkprov)"
+pelkprov key 10 1 4 random >/dev/null && pelkprov password 10 first-secret
+echo "   key store files: $(ls /data/misc/fips_quarn_keystore/user_0/ | wc -l) (names are encrypted)"
+echo "   password key file: $(ls /data/system/users/ | grep zanth_edk)"
+send verify_password 10 first-secret
+send change_password 10 first-secret second-secret
+send verify_password 10 first-secret
+echo "   the passwords never reach the log, only the leading words:"
+logcat -d -s pelkd:v | grep -E 'CMD > (verify|change)_password' | sed 's/^/   log:  /'
+
 say "only the real system_server may talk: a process named \"system_server2\" is refused"
 send --caller suffix is_mounted 10
 daemon_log 1

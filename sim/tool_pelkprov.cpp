@@ -6,6 +6,7 @@
 //   pelkprov engine <id> [attribute=value ...]
 //   pelkprov engine-list <id>[:alias] ...
 //   pelkprov secure-fs <quarnVersion> <version>
+//   pelkprov password <user> <password>   (the container's password key file)
 //
 // Key bytes are taken from the command line or made at random; they are
 // never printed.
@@ -17,6 +18,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <crypt/crypt.h>
 #include <tzkeystore/tz_keystore_host.h>
 #include <unistd.h>
 
@@ -37,7 +39,8 @@ int usage() {
             "usage: pelkprov key <user> <key type 1|2|10> <store 3|4> <hex key | random>\n"
             "       pelkprov engine <id> [attribute=value ...]\n"
             "       pelkprov engine-list <id>[:alias] ...\n"
-            "       pelkprov secure-fs <quarnVersion> <version>\n");
+            "       pelkprov secure-fs <quarnVersion> <version>\n"
+            "       pelkprov password <user> <password>\n");
     return 2;
 }
 
@@ -205,6 +208,22 @@ int provisionSecureFs(int argc, char** argv) {
                               "\" />\n");
 }
 
+// The password-wrapped key file a container gets when its password is first
+// set, at the path the daemon reads it from.
+int provisionPassword(int argc, char** argv) {
+    int user = 0;
+    if (argc != 4 || !parseInt(argv[2], &user)) return usage();
+    char path[512];
+    snprintf(path, sizeof(path), "/data/system/users/zanth_edk_%d", user);
+    int result = fips_create_edk(path, argv[3]);
+    pelk::wipe(argv[3], strlen(argv[3]));  // not left in the command line
+    if (result != 0) {
+        fprintf(stderr, "pelkprov: cannot write %s\n", path);
+        return 1;
+    }
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -214,5 +233,6 @@ int main(int argc, char** argv) {
     if (verb == "engine") return provisionEngine(argc, argv);
     if (verb == "engine-list") return provisionEngineList(argc, argv);
     if (verb == "secure-fs") return provisionSecureFs(argc, argv);
+    if (verb == "password") return provisionPassword(argc, argv);
     return usage();
 }
