@@ -3,6 +3,7 @@
 #include "manager/Pelk.h"
 
 #include <errno.h>
+#include <pthread.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -48,8 +49,9 @@ Pelk::Pelk() {
     // starts here once the event handler is part of the engine.
     if (isFBESupported() == 0) {
         install_ecryptfs_keyring();
-        // The reaper of remount workers (runClearChildThreadInternal) starts
-        // here once the worker operations are part of the engine.
+        // The reaper of the remount workers; never joined.
+        pthread_t reaper;
+        pthread_create(&reaper, nullptr, runClearChildThreadInternal, nullptr);
     }
 }
 
