@@ -81,6 +81,10 @@ public:
         });
     }
 
+    // The listener thread records into this object's members: it must be
+    // stopped before they go, not later in the base's destructor.
+    ~TestListener() override { stopListener(); }
+
     // Every command line that reached a command, words in brackets.
     std::vector<std::string> ran() {
         std::lock_guard<std::mutex> lock(mRanLock);
