@@ -58,10 +58,7 @@ FrameworkCommand* FrameworkListener::findCommand(const char* word) const {
 
 bool FrameworkListener::onDataAvailable(SocketClient* c) {
     char buf[kReadChunk];
-    ssize_t n;
-    do {
-        n = read(c->getSocket(), buf, sizeof(buf));
-    } while (n < 0 && errno == EINTR);
+    ssize_t n = TEMP_FAILURE_RETRY(read(c->getSocket(), buf, sizeof(buf)));
     // End of stream or a broken connection: an unfinished line dies with it.
     if (n <= 0) return false;
 

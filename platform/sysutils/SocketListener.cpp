@@ -159,10 +159,7 @@ int SocketListener::stopListener() {
         errno = EINVAL;
         return -1;
     }
-    ssize_t n;
-    do {
-        n = write(mCtrlWrite.get(), &kStopByte, 1);
-    } while (n < 0 && errno == EINTR);
+    ssize_t n = TEMP_FAILURE_RETRY(write(mCtrlWrite.get(), &kStopByte, 1));
     if (n != 1) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot wake the listener thread: %s",
                             strerror(errno));
@@ -222,10 +219,7 @@ void SocketListener::runListener() {
 }
 
 void SocketListener::acceptClient() {
-    int fd;
-    do {
-        fd = accept4(mSock, nullptr, nullptr, SOCK_CLOEXEC);
-    } while (fd < 0 && errno == EINTR);
+    int fd = TEMP_FAILURE_RETRY(accept4(mSock, nullptr, nullptr, SOCK_CLOEXEC));
     if (fd < 0) {
         // A peer that gave up before being accepted is not an error.
         if (errno == ECONNABORTED || errno == EAGAIN || errno == EWOULDBLOCK) return;

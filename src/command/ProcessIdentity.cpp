@@ -12,19 +12,6 @@
 
 namespace pelk {
 
-namespace {
-
-// Retries a read the signal handlers of the daemon interrupted.
-ssize_t readRetrying(int fd, char* out, size_t len) {
-    ssize_t n;
-    do {
-        n = read(fd, out, len);
-    } while (n < 0 && errno == EINTR);
-    return n;
-}
-
-}  // namespace
-
 int readProcCmdline(int pid, char* out, size_t size) {
     if (size == 0) return -1;
     memset(out, 0, size);
@@ -32,7 +19,7 @@ int readProcCmdline(int pid, char* out, size_t size) {
     snprintf(path, sizeof(path), "/proc/%d/cmdline", pid);
     UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.ok()) return -1;
-    ssize_t n = readRetrying(fd.get(), out, size - 1);
+    ssize_t n = TEMP_FAILURE_RETRY(read(fd.get(), out, size - 1));
     return n < 0 ? -1 : static_cast<int>(n);
 }
 
@@ -62,7 +49,7 @@ int getProcCommand(int pid, char* out) {
                             strerror(errno));
         return -1;
     }
-    if (pelk::readRetrying(fd.get(), out, 256) < 0) return -1;
+    if (TEMP_FAILURE_RETRY(read(fd.get(), out, 256)) < 0) return -1;
     // 256 bytes may all be text: never look past what the caller promised.
     return static_cast<int>(strnlen(out, 256));
 }

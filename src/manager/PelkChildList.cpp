@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <utility>
 #include <vector>
 
@@ -21,14 +20,6 @@ const unsigned int kReapPeriodSeconds = 5;
 bool hasWorker(int userId) {
     std::lock_guard<std::mutex> guard(Pelk::remountChildListLock);
     return Pelk::remountChildList.count(userId) != 0;
-}
-
-pid_t waitRetrying(pid_t pid, int* status, int options) {
-    pid_t r;
-    do {
-        r = waitpid(pid, status, options);
-    } while (r < 0 && errno == EINTR);
-    return r;
 }
 
 }  // namespace
@@ -60,7 +51,7 @@ void Pelk::clearChildList() {
     }
     for (const auto& worker : workers) {
         int status = 0;
-        pid_t reaped = waitRetrying(worker.second, &status, WNOHANG);
+        pid_t reaped = TEMP_FAILURE_RETRY(waitpid(worker.second, &status, WNOHANG));
         // A worker ended by a signal keeps its entry, as the platform expects.
         if (reaped == worker.second && (status & 0x7f) != 0) continue;
         // One still running is told to end now and waited for. A worker
@@ -68,7 +59,7 @@ void Pelk::clearChildList() {
         // pid may belong to another process by now.
         if (reaped == 0) {
             kill(worker.second, SIGTERM);
-            waitRetrying(worker.second, &status, 0);
+            TEMP_FAILURE_RETRY(waitpid(worker.second, &status, 0));
         }
         std::lock_guard<std::mutex> guard(remountChildListLock);
         auto it = remountChildList.find(worker.first);
