@@ -3,6 +3,7 @@
 # make build - plain build of everything under build/
 
 PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
+            android-liblog-dev android-libcutils-dev android-platform-system-core-headers \
             libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux
 BUILD    := build
 ASAN     := build-asan

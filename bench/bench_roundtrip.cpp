@@ -23,7 +23,7 @@
 
 #include "Sandbox.h"
 #include "WalkBench.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace {
 

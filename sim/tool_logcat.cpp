@@ -22,7 +22,8 @@
 #include <cstring>
 #include <string>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/FileIo.h"
 
 namespace {
 
@@ -68,16 +69,8 @@ public:
     }
 
 private:
-    static bool writeAll(const std::string& out) {
-        size_t done = 0;
-        while (done < out.size()) {
-            ssize_t n = write(STDOUT_FILENO, out.data() + done, out.size() - done);
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) return false;  // EPIPE even when SIGPIPE is ignored
-            done += static_cast<size_t>(n);
-        }
-        return true;
-    }
+    // False on EPIPE too, even when SIGPIPE is ignored.
+    static bool writeAll(const std::string& out) { return pelk::writeFully(STDOUT_FILENO, out.data(), out.size()); }
 
     const hostlog::TagFilter* filter_;
 };

@@ -27,7 +27,8 @@
 #include "config/EngineConfig.h"
 #include "keystore/Quarn3Helper.h"
 #include "keystore/QuarnHelper.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/Secret.h"
 
 namespace {
 

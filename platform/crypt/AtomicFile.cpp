@@ -8,21 +8,12 @@
 
 #include <string>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/FileIo.h"
 
 namespace pelkhost {
 namespace {
 
-bool writeAll(int fd, const unsigned char* p, size_t len) {
-    while (len > 0) {
-        ssize_t n = write(fd, p, len);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        len -= static_cast<size_t>(n);
-    }
-    return true;
-}
 
 // The rename is durable only once the folder itself is synced.
 void syncParentDir(const char* path) {
@@ -38,7 +29,7 @@ bool replaceFileAtomically(const char* path, const void* data, size_t len) {
     std::string tmp = std::string(path) + ".XXXXXX";
     pelk::UniqueFd fd(mkostemp(&tmp[0], O_CLOEXEC));  // created with mode 0600
     if (!fd.ok()) return false;
-    bool ok = writeAll(fd.get(), static_cast<const unsigned char*>(data), len) && fsync(fd.get()) == 0;
+    bool ok = pelk::writeFully(fd.get(), data, len) && fsync(fd.get()) == 0;
     fd.reset();
     if (ok && rename(tmp.c_str(), path) == 0) {
         syncParentDir(path);
@@ -51,20 +42,11 @@ bool replaceFileAtomically(const char* path, const void* data, size_t len) {
 long readSmallFile(const char* path, unsigned char* buf, size_t cap) {
     pelk::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.ok()) return -1;
-    size_t done = 0;
-    for (;;) {
-        if (done == cap) {
-            // One byte more means the file is not what we expect.
-            unsigned char extra;
-            ssize_t n = TEMP_FAILURE_RETRY(read(fd.get(), &extra, 1));
-            return n == 0 ? static_cast<long>(done) : -1;
-        }
-        ssize_t n = read(fd.get(), buf + done, cap - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return -1;
-        if (n == 0) return static_cast<long>(done);
-        done += static_cast<size_t>(n);
-    }
+    ssize_t done = pelk::readFully(fd.get(), buf, cap);
+    if (done < 0 || static_cast<size_t>(done) < cap) return done;
+    // One byte more means the file is not what we expect.
+    unsigned char extra;
+    return TEMP_FAILURE_RETRY(read(fd.get(), &extra, 1)) == 0 ? static_cast<long>(done) : -1;
 }
 
 }  // namespace pelkhost

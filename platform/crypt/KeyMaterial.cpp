@@ -8,7 +8,7 @@
 
 #include <vector>
 
-#include "tools/Resources.h"
+#include "base/Secret.h"
 #include "Aead.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <openssl/rand.h>
 #include <string.h>
 
-#include "tools/Resources.h"
+#include "base/Secret.h"
 #include "Aead.h"
 #include "AtomicFile.h"
 

@@ -5,7 +5,7 @@
 #include <openssl/rand.h>
 #include <unistd.h>
 
-#include "tools/Resources.h"
+#include "base/Secret.h"
 #include "PasswordKeyFile.h"
 
 extern "C" int fips_create_edk(const char* path, const char* password) {

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 #include "devprofile/DeviceProfile.h"
 
 namespace {

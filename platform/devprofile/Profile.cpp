@@ -11,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 #include <sstream>
+#include "base/FileIo.h"
 
 namespace devprofile {
 namespace {
@@ -44,9 +45,7 @@ std::map<std::string, std::string> parse(const std::string& text) {
 
 std::string readAll(int fd) {
     std::string text;
-    char buf[4096];
-    ssize_t n;
-    while ((n = read(fd, buf, sizeof(buf))) > 0) text.append(buf, static_cast<size_t>(n));
+    pelk::readAll(fd, &text);
     return text;
 }
 

@@ -3,7 +3,10 @@
 #include <log/log_filter.h>
 #include <log/record_file.h>
 
+#include <pthread.h>
+
 #include <cstdio>
+#include <mutex>
 
 #include "LogSinks.h"
 
@@ -15,10 +18,26 @@ RecordFile& deviceLog() {
     return *file;
 }
 
+// localtime_r takes the C library's time-zone lock, which fork() does not
+// release in the child: a child forked while another thread converted a time
+// would hang at its first log line. This lock, held across every fork, keeps
+// conversions and forks apart.
+std::mutex& timeLock() {
+    static auto* lock = new std::mutex;  // never destroyed: used from atexit paths
+    static std::once_flag once;
+    std::call_once(once, [] {
+        pthread_atfork([] { timeLock().lock(); }, [] { timeLock().unlock(); }, [] { timeLock().unlock(); });
+    });
+    return *lock;
+}
+
 std::string threadtimePrefix(const LogRecord& r) {
     struct tm local{};
     time_t seconds = r.when.tv_sec;
-    localtime_r(&seconds, &local);
+    {
+        std::lock_guard<std::mutex> guard(timeLock());
+        localtime_r(&seconds, &local);
+    }
     char stamp[96];
     snprintf(stamp, sizeof(stamp), "%02d-%02d %02d:%02d:%02d.%03ld %5d %5d %c ", local.tm_mon + 1, local.tm_mday,
              local.tm_hour, local.tm_min, local.tm_sec, r.when.tv_nsec / 1000000, static_cast<int>(r.pid),

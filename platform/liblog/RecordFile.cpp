@@ -7,7 +7,8 @@
 #include <cerrno>
 #include <mutex>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/Secret.h"
 
 namespace hostlog {
 namespace {

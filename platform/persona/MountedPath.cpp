@@ -12,7 +12,7 @@
 #include <string>
 
 #include "devprofile/DeviceProfile.h"
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
 
 namespace {
 

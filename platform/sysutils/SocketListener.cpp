@@ -56,7 +56,7 @@ SocketListener::~SocketListener() {
 int SocketListener::createNamedSocket() {
     struct sockaddr_un addr;
     if (socketPath(mSocketName, &addr) != 0) return -1;
-    sysutils::ScopedFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    pelk::UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.ok()) return -1;
     // A socket file left by an earlier run refuses every connection.
     if (unlink(addr.sun_path) != 0 && errno != ENOENT) return -1;

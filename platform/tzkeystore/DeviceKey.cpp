@@ -6,39 +6,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/Secret.h"
 #include "StoreKeys.h"
+#include "base/FileIo.h"
 
 namespace tzks {
 namespace {
 
 const char kDeviceKeyPath[] = "/sim/tz_device_key";
 
-bool readAll(int fd, unsigned char* buf, size_t len) {
-    size_t done = 0;
-    while (done < len) {
-        ssize_t n = read(fd, buf + done, len - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
-bool writeAll(int fd, const unsigned char* buf, size_t len) {
-    size_t done = 0;
-    while (done < len) {
-        ssize_t n = write(fd, buf + done, len - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
 bool readDeviceKey(unsigned char* key) {
     pelk::UniqueFd fd(open(kDeviceKeyPath, O_RDONLY | O_CLOEXEC));
-    return fd.ok() && readAll(fd.get(), key, kStoreKeySize);
+    return fd.ok() && pelk::readFully(fd.get(), key, kStoreKeySize) == static_cast<ssize_t>(kStoreKeySize);
 }
 
 // Writes a fresh key beside the final name and links it into place, so a
@@ -47,7 +27,7 @@ bool createDeviceKey(unsigned char* key) {
     char tmp[] = "/sim/tz_device_key.XXXXXX";
     pelk::UniqueFd fd(mkstemp(tmp));  // mode 0600
     if (!fd.ok()) return false;
-    bool written = RAND_bytes(key, kStoreKeySize) == 1 && writeAll(fd.get(), key, kStoreKeySize) &&
+    bool written = RAND_bytes(key, kStoreKeySize) == 1 && pelk::writeFully(fd.get(), key, kStoreKeySize) &&
                    fsync(fd.get()) == 0;
     fd.reset();
     bool linked = written && link(tmp, kDeviceKeyPath) == 0;

@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "tools/Resources.h"
+#include "base/Secret.h"
 #include "StoreKeys.h"
 
 namespace {

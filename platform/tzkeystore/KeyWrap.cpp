@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/Resources.h"
+#include "base/Secret.h"
 #include "../crypt/Aead.h"
 #include "StoreKeys.h"
 

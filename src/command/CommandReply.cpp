@@ -62,10 +62,4 @@ int replyFailure(SocketClient* cli, int result) {
     return -1;
 }
 
-void copyWord(char* out, size_t size, const char* word) {
-    if (size == 0) return;
-    memset(out, 0, size);
-    strncpy(out, word, size - 1);
-}
-
 }  // namespace pelk

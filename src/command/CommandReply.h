@@ -6,6 +6,8 @@
 
 #include <stddef.h>
 
+#include "base/Strings.h"  // copyWord, used by every command
+
 class SocketClient;
 
 namespace pelk {
@@ -40,8 +42,5 @@ int replyFailed(SocketClient* cli);
 // positive one; answers -1.
 int replyFailure(SocketClient* cli, int result);
 
-// Copies a word into a zero-filled buffer of size bytes, cut at size - 1 so
-// that it always ends with a terminator.
-void copyWord(char* out, size_t size, const char* word);
 
 }  // namespace pelk

@@ -7,7 +7,7 @@
 #include "command/CommandLog.h"
 #include "command/CommandReply.h"
 #include "manager/PrivatePartitionManager.h"
-#include "tools/Resources.h"
+#include "base/Secret.h"
 
 using pelk::countMatches;
 using pelk::replyWrongCount;

@@ -8,7 +8,8 @@
 
 #include <log/log.h>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/UniqueHandle.h"
 
 namespace pelk {
 

@@ -7,7 +7,7 @@
 #include "command/CommandListenerEnterprise.h"
 #include "command/CommandLog.h"
 #include "command/CommandReply.h"
-#include "tools/Resources.h"
+#include "base/Secret.h"
 
 using pelk::countMatches;
 using pelk::replyFailed;

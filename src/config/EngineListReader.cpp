@@ -5,7 +5,7 @@
 
 #include "config/EngineConfig.h"
 #include "config/XmlOwners.h"
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
 
 #define LIST_LOG(...) __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_INFO, nullptr, __VA_ARGS__)
 

@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <sys/types.h>
 #include <tzkeystore/tz_keystore.h>
+#include <private/android_filesystem_config.h>
 
 // Both unwrap functions of the connector share this shape.
 using QuarnUnwrapFn = decltype(&TZ_KEYSTORE_unwrap_key);
@@ -20,7 +21,7 @@ constexpr int kQuarnKeyFileMax = 1024;
 // Longest password the unwrap accepts.
 constexpr int kQuarnPasswordMax = 32;
 // Key files of every user are addressed as this uid.
-constexpr int kQuarnSystemUid = 1000;
+constexpr int kQuarnSystemUid = AID_SYSTEM;
 
 class Quarn3Helper {
 public:

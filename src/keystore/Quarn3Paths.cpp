@@ -8,7 +8,7 @@
 #include <string>
 
 #include "keystore/Quarn3Helper.h"
-#include "tools/Resources.h"
+
 
 namespace {
 

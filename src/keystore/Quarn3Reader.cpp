@@ -10,7 +10,9 @@
 
 #include "keystore/QuarnLog.h"
 #include "keystore/Quarn3Helper.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/Secret.h"
+#include "base/FileIo.h"
 
 namespace {
 
@@ -21,16 +23,7 @@ constexpr size_t kKeyPathSize = 1024;
 }  // namespace
 
 ssize_t Quarn3Helper::readFully(int fd, void* buf, size_t len) {
-    unsigned char* p = static_cast<unsigned char*>(buf);
-    size_t done = 0;
-    while (done < len) {
-        ssize_t n = read(fd, p + done, len - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : -1;
-        if (n == 0) break;
-        done += static_cast<size_t>(n);
-    }
-    return static_cast<ssize_t>(done);
+    return pelk::readFully(fd, buf, len);
 }
 
 int Quarn3Helper::getKeyFromQ3KS(const char* dir, unsigned char* out, int* len, const char* keyName,

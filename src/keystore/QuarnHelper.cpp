@@ -8,7 +8,7 @@
 #include "config/EngineConfig.h"
 #include "keystore/QuarnLog.h"
 #include "keystore/Quarn3Helper.h"
-#include "tools/Resources.h"
+#include "base/Secret.h"
 
 namespace {
 constexpr int kVersionUnselected = 99;

@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
+#include <private/android_filesystem_config.h>
 
+#include "base/UniqueFd.h"
 #include "log/LogTag.h"
 #include "log/PelkLog.h"
 
@@ -15,8 +17,8 @@ namespace {
 
 // Owner and mode of the result files: readable by the system server's
 // log collectors (uid system, gid log).
-const uid_t kResultUid = 1000;
-const gid_t kResultGid = 1007;
+const uid_t kResultUid = AID_SYSTEM;
+const gid_t kResultGid = AID_LOG;
 const mode_t kResultMode = 0640;
 
 // A running log this large is started afresh.
@@ -54,12 +56,11 @@ FILE* createOngoingMarker() {
         logError("'%s' open failed", PelkPremountOnGoing);
         return nullptr;
     }
-    FILE* stream = fdopen(fd.get(), "w");
+    FILE* stream = pelk::Fdopen(std::move(fd), "w");
     if (!stream) {
         logError("'%s' open failed", PelkPremountOnGoing);
         return nullptr;
     }
-    fd.release();
     if (build[0] != '\0') fprintf(stream, "%s\n", build);
     return stream;
 }

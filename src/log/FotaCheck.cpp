@@ -7,6 +7,8 @@
 
 #include <cerrno>
 
+#include "base/FileIo.h"
+#include "base/UniqueFd.h"
 #include "log/PelkLog.h"
 
 namespace {
@@ -19,14 +21,8 @@ void readMarker(const char* path, char* text, size_t size) {
     text[0] = '\0';
     pelk::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.ok()) return;
-    size_t done = 0;
-    while (done < size - 1) {
-        ssize_t n = read(fd.get(), text + done, size - 1 - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += static_cast<size_t>(n);
-    }
-    text[done] = '\0';
+    ssize_t done = pelk::readFully(fd.get(), text, size - 1);
+    text[done > 0 ? done : 0] = '\0';
 }
 
 }  // namespace

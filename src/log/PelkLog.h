@@ -16,7 +16,7 @@
 #include <pthread.h>
 #include <stdio.h>
 
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
 
 extern const char* const PelkLogDevPath;      // "/dev/dek_log"
 extern const char* const PelkLogLogPath;      // "/data/log/"

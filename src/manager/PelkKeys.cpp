@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <private/android_filesystem_config.h>
 
 #include "keystore/Quarn3Helper.h"
 #include "keystore/QuarnHelper.h"
@@ -24,7 +25,8 @@
 #include "manager/ManagerLog.h"
 #include "manager/Pelk.h"
 #include "tools/Base64.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/Secret.h"
 
 namespace {
 
@@ -34,7 +36,7 @@ constexpr int kKeyPathSize = 512;
 constexpr int kLengthFieldSize = 5;  // decimal text, NUL-padded
 constexpr int kMaxCipherSize = 96;
 constexpr int kAesBlock = 16;
-constexpr uid_t kSystemId = 1000;
+constexpr uid_t kSystemId = AID_SYSTEM;
 // The DE EDK of createKey.
 constexpr int kKeyTypeDeEdk = 10;
 

@@ -12,7 +12,7 @@
 #include "manager/MountTable.h"
 #include "manager/Pelk.h"
 #include "partition/Partition.h"
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
 
 namespace {
 

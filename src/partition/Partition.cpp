@@ -5,6 +5,7 @@
 #include <crypt/crypt.h>
 #include <log/log.h>
 #include <stdio.h>
+#include <private/android_filesystem_config.h>
 
 namespace {
 
@@ -24,9 +25,9 @@ struct AreaLayout {
     uint32_t mode;
 };
 
-constexpr uint32_t kSystem = 1000;
-constexpr uint32_t kMediaRw = 1023;
-constexpr uint32_t kMisc = 9998;
+constexpr uint32_t kSystem = AID_SYSTEM;
+constexpr uint32_t kMediaRw = AID_MEDIA_RW;
+constexpr uint32_t kMisc = AID_MISC;
 
 const AreaLayout kLayout[] = {
     {PARTITION_CE_DATA, "/data/zanth/data", "/data/user", nullptr, true, kSystem, kSystem, 0771},

@@ -11,7 +11,7 @@
 #include "partition/Partition.h"
 #include "partition/PartitionFormat.h"
 #include "partition/PartitionLog.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace {
 

@@ -12,7 +12,9 @@
 #include "partition/Partition.h"
 #include "partition/PartitionLog.h"
 #include "process/ProcessKiller.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/UniqueHandle.h"
+#include "base/DirEntry.h"
 
 namespace {
 
@@ -25,15 +27,6 @@ constexpr int kRemoveTries = sizeof(kRemoveActions) / sizeof(kRemoveActions[0]);
 // Between tries; microseconds, short on purpose.
 constexpr useconds_t kRemovePauseUs = 50;
 
-bool isDotEntry(const char* name) { return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')); }
-
-// Directory-ness of an entry, from the entry itself when the file system
-// says, else from lstat.
-bool isDirectoryEntry(int dirFd, const dirent* entry) {
-    if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_DIR;
-    struct stat st;
-    return fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
-}
 
 // Empties one sub-directory of an open directory (the directory itself stays).
 int clearSubdirectory(Partition& partition, int dirFd, const char* name, int (*filter)(const char*, int)) {
@@ -42,12 +35,11 @@ int clearSubdirectory(Partition& partition, int dirFd, const char* name, int (*f
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't openat %s: %s\n", name, strerror(errno));
         return -1;
     }
-    pelk::UniqueDir sub(fdopendir(subFd.get()));
+    pelk::UniqueDir sub(pelk::Fdopendir(std::move(subFd)));
     if (!sub) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't fdopendir %s: %s\n", name, strerror(errno));
         return -1;
     }
-    subFd.release();  // the stream owns it now
     return partition.clearDirContents(sub.get(), filter);
 }
 
@@ -106,8 +98,8 @@ int Partition::clearDirContents(DIR* dir, int (*filter)(const char*, int)) {
     int result = 0;
     while (dirent* entry = readdir(dir)) {
         const char* name = entry->d_name;
-        if (isDotEntry(name)) continue;
-        const bool isDir = isDirectoryEntry(dirFd, entry);
+        if (pelk::isDotOrDotDot(name)) continue;
+        const bool isDir = pelk::entryType(dirFd, entry) == DT_DIR;
         // The filter keeps an entry whole: it is neither deleted nor entered.
         if (filter && filter(name, isDir ? 1 : 0) != 0) continue;
 

@@ -7,7 +7,7 @@
 #include "manager/MountTable.h"
 #include "partition/Partition.h"
 #include "partition/PartitionLog.h"
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
 
 bool Partition::isMounted() {
     pelk::UniqueFile mounts(fopen("/proc/mounts", "r"));

@@ -13,7 +13,8 @@
 #include "partition/Partition.h"
 #include "partition/PartitionFormat.h"
 #include "partition/PartitionLog.h"
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
+#include "base/DirEntry.h"
 
 namespace {
 
@@ -84,7 +85,7 @@ int Partition::syncPkgDir(Partition* other) {
 
     while (dirent* entry = readdir(dir.get())) {
         const char* name = entry->d_name;
-        if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
+        if (pelk::isDotOrDotDot(name)) continue;
         char srcEntry[PATH_SIZE];
         char dstEntry[PATH_SIZE];
         // A cut path would name some other folder: such an entry is left out.

@@ -8,11 +8,11 @@
 #include <unistd.h>
 
 #include "partition/Partition.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/UniqueHandle.h"
+#include "base/DirEntry.h"
 
 namespace {
-
-bool isDotEntry(const char* name) { return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')); }
 
 int openSubdirectory(int dirFd, const char* name) {
     return openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -24,7 +24,7 @@ uint64_t sizeOfEntries(Partition& partition, DIR* dir) {
     const int dirFd = dirfd(dir);
     uint64_t total = 0;
     while (dirent* entry = readdir(dir)) {
-        if (isDotEntry(entry->d_name)) continue;
+        if (pelk::isDotOrDotDot(entry->d_name)) continue;
         struct stat st;
         if (fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
         total += partition.stat_size(&st);
@@ -57,9 +57,7 @@ uint64_t Partition::getDirectorySize(const char* path, int includeSelf) {
 }
 
 int64_t Partition::calculate_dir_size(int dirFd) {
-    pelk::UniqueFd fd(dirFd);
-    pelk::UniqueDir dir(fdopendir(fd.get()));
-    if (!dir) return 0;  // fd closes the descriptor
-    fd.release();
+    pelk::UniqueDir dir(pelk::Fdopendir(pelk::UniqueFd(dirFd)));
+    if (!dir) return 0;
     return static_cast<int64_t>(sizeOfEntries(*this, dir.get()));
 }

@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include "process/ProcessKiller.h"
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
+#include "base/DirEntry.h"
+#include "base/Strings.h"
 
 namespace {
 
@@ -20,19 +22,9 @@ constexpr int kMapLineSize = 4196;
 constexpr size_t kMapReadBuffer = 64 * 1024;
 
 void copyFound(char* found, size_t size, const char* text) {
-    if (!found || size == 0) return;
-    memset(found, 0, size);
-    strncpy(found, text, size - 1);
+    if (found) pelk::copyWord(found, size, text);
 }
 
-// Whether the entry of an open /proc/<pid>/fd is a symbolic link. The
-// directory's own type field answers without a system call; lstat is the
-// fallback for file systems that leave it unknown.
-bool isLinkEntry(int dirFd, const dirent* entry) {
-    if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_LNK;
-    struct stat st;
-    return fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
-}
 
 }  // namespace
 
@@ -46,10 +38,10 @@ bool ProcessKiller::checkFileDescriptorSymLinks(int pid, const char* path, char*
     char target[kPathSize];
     while (dirent* entry = readdir(dir.get())) {
         const char* name = entry->d_name;
-        if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
+        if (pelk::isDotOrDotDot(name)) continue;
         // "<dir>/<name>" and its terminator must fit a path buffer.
         if (static_cast<size_t>(dirLen) + 1 + strlen(name) >= kPathSize) continue;
-        if (!isLinkEntry(dirFd, entry)) continue;
+        if (pelk::entryType(dirFd, entry) != DT_LNK) continue;
         ssize_t len = readlinkat(dirFd, name, target, sizeof(target) - 1);
         if (len < 0) continue;
         target[len] = '\0';

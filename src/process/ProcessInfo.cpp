@@ -11,7 +11,7 @@
 #include <climits>
 
 #include "process/ProcessKiller.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace {
 const char* const kTag = "ProcessKiller";

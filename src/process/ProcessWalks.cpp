@@ -10,15 +10,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <private/android_filesystem_config.h>
 
 #include "process/ProcessKiller.h"
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
 
 namespace {
 
 const char* const kTag = "ProcessKiller";
 constexpr size_t kPathSize = 4096;
-constexpr int kSystemUid = 1000;
+constexpr int kSystemUid = AID_SYSTEM;
 constexpr int kDeathChecks = 3;
 constexpr useconds_t kDeathPollUs = 500 * 1000;
 

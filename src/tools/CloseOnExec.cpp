@@ -6,7 +6,8 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
+#include "base/DirEntry.h"
 
 namespace {
 constexpr int kPathSize = 4096;
@@ -22,7 +23,7 @@ void changeInheritTypeForFile(const char* path, bool closeOnExec) {
     if (!dir || dirfd(dir.get()) < 0) return;
 
     while (dirent* entry = readdir(dir.get())) {
-        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+        if (pelk::isDotOrDotDot(entry->d_name)) continue;
         if (entry->d_type != DT_LNK) continue;
         char linkPath[kPathSize];
         int len = snprintf(linkPath, sizeof(linkPath), "%s/%s", fdDir, entry->d_name);

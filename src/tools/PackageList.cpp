@@ -2,7 +2,7 @@
 
 #include <string.h>
 
-#include "tools/Resources.h"
+#include "base/UniqueHandle.h"
 
 namespace {
 

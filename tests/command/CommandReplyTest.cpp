@@ -8,7 +8,7 @@
 #include <string>
 
 #include "command/CommandReply.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace {
 

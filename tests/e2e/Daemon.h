@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "Sandbox.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace e2e {
 

@@ -12,7 +12,8 @@
 
 #include "LogFiles.h"
 #include "log/PelkLog.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/UniqueHandle.h"
 
 namespace {
 

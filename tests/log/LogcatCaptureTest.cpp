@@ -10,7 +10,7 @@
 #include "LogFiles.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace {
 

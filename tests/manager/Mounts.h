@@ -15,7 +15,7 @@
 #include <string>
 
 #include "partition/Partition.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace mounts {
 

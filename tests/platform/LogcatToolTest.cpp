@@ -12,7 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
+#include "base/Secret.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 
 #include <set>
 
+#include "base/UniqueHandle.h"
 #include "SysutilsFixture.h"
 
 using namespace sysutils_test;

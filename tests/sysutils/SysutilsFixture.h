@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace sysutils_test {
 

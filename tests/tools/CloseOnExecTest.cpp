@@ -4,7 +4,7 @@
 #include <log/log_records.h>
 
 #include "tools/CloseOnExec.h"
-#include "tools/Resources.h"
+#include "base/UniqueFd.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <mutex>
 #include <string>
 
-#include <sysutils/ScopedFd.h>
+#include "base/UniqueFd.h"
 
 class SocketClient {
 public:
@@ -60,7 +60,7 @@ private:
     int sendDataLocked(const void* data, size_t len);
 
     int mSocket;
-    sysutils::ScopedFd mOwnedSocket;
+    pelk::UniqueFd mOwnedSocket;
     std::mutex mWriteMutex;
     std::mutex mRefCountMutex;
     int mRefCount = 1;

@@ -22,7 +22,7 @@
 #include <mutex>
 #include <vector>
 
-#include <sysutils/ScopedFd.h>
+#include "base/UniqueFd.h"
 #include <sysutils/SocketClient.h>
 
 class SocketListener {
@@ -66,7 +66,7 @@ private:
     bool mListen;
     const char* mSocketName;
     int mSock = -1;
-    sysutils::ScopedFd mOwnedSock;
+    pelk::UniqueFd mOwnedSock;
     // The path this listener bound, and its inode, so that only our own
     // socket file is removed even if another listener replaced it since.
     bool mCreatedPath = false;
@@ -74,8 +74,8 @@ private:
     bool mUseCmdNum;
     std::list<SocketClient*> mClients;
     std::mutex mClientsLock;
-    sysutils::ScopedFd mCtrlRead;
-    sysutils::ScopedFd mCtrlWrite;
+    pelk::UniqueFd mCtrlRead;
+    pelk::UniqueFd mCtrlWrite;
     pthread_t mThread{};
     bool mThreadStarted = false;
 };
