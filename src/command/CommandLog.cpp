@@ -1,6 +1,10 @@
-#include "command/CommandLog.h"
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 
 #include <string.h>
+
+#include "command/CommandLog.h"
 
 namespace pelk {
 
@@ -14,7 +18,7 @@ void logCommandLine(int argc, char** argv) {
         used += len;
         if (i != argc - 1) line[used++] = ' ';
     }
-    CMD_LOG(ANDROID_LOG_DEBUG, "\n\nCMD > %s \n", line);
+    SLOGD("\n\nCMD > %s \n", line);
 }
 
 }  // namespace pelk

@@ -1,10 +1,5 @@
-// Logging of the command layer: the system log buffer under the daemon's tag,
-// and the one line every command writes about the line it received.
+// The one line every command writes about the line it received.
 #pragma once
-
-#include <log/log.h>
-
-#define CMD_LOG(prio, ...) __android_log_buf_print(LOG_ID_SYSTEM, prio, "pelkd", __VA_ARGS__)
 
 namespace pelk {
 

@@ -1,3 +1,6 @@
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include "command/CommandReply.h"
 
 #include <stdarg.h>
@@ -6,7 +9,6 @@
 
 #include <sysutils/SocketClient.h>
 
-#include "command/CommandLog.h"
 
 namespace pelk {
 
@@ -44,7 +46,7 @@ int replyWrongCount(SocketClient* cli, int given, int expected) {
 bool countMatches(int given, int expected) {
     if (given == expected) return true;
     // "paramerter" is the word platform log scanners already look for.
-    CMD_LOG(ANDROID_LOG_ERROR, "FATAL: different number of paramerter given [%d] != [%d]", given, expected);
+    SLOGE("FATAL: different number of paramerter given [%d] != [%d]", given, expected);
     return false;
 }
 

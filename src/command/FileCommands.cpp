@@ -1,12 +1,14 @@
 // Commands about single files across container boundaries: existence,
 // modification time and size, deletion, and DLP notices.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include "command/CommandListenerEnterprise.h"
-#include "command/CommandLog.h"
 #include "command/CommandReply.h"
 #include "manager/Pelk.h"
 
@@ -33,7 +35,7 @@ int CommandListenerEnterprise::isFileExistCmd::runCommand(SocketClient* cli, int
         pelk::sendReply(cli, pelk::REPLY_OK, "success");
         return 0;
     }
-    CMD_LOG(ANDROID_LOG_ERROR, "isFileExist ERROR [mFilePath=%s mContainerId=%d]", mFilePath, mContainerId);
+    SLOGE("isFileExist ERROR [mFilePath=%s mContainerId=%d]", mFilePath, mContainerId);
     return pelk::replyFailure(cli, result);
 }
 
@@ -47,12 +49,12 @@ int CommandListenerEnterprise::getFileInfoCmd::runCommand(SocketClient* cli, int
     if (lstat(mFilePath, &st) != 0) {
         // The log carries the true cause; the reply negates the -1 result,
         // and system_server matches on the text of error number 1.
-        CMD_LOG(ANDROID_LOG_ERROR, "getFileInfoCmd :: Failed to lstat(%s) : %s", mFilePath, strerror(errno));
+        SLOGE("getFileInfoCmd :: Failed to lstat(%s) : %s", mFilePath, strerror(errno));
         int result = -1;
         pelk::sendReply(cli, pelk::REPLY_FAILED, "failed %d %s", result, strerror(-result));
         return result;
     }
-    CMD_LOG(ANDROID_LOG_INFO, "s.st_mtime = %lu", static_cast<unsigned long>(st.st_mtime));
+    SLOGI("s.st_mtime = %lu", static_cast<unsigned long>(st.st_mtime));
     pelk::sendReply(cli, pelk::REPLY_OK, "%lu %lld", static_cast<unsigned long>(st.st_mtime),
                     static_cast<long long>(st.st_size));
     return 0;

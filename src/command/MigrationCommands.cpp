@@ -1,9 +1,11 @@
 // Container database and data migration, and the package directories of an
 // encrypted partition (their sizes, or clearing them).
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <stdlib.h>
 
 #include "command/CommandListenerEnterprise.h"
-#include "command/CommandLog.h"
 #include "command/CommandReply.h"
 
 using pelk::countMatches;
@@ -16,7 +18,7 @@ CommandListenerEnterprise::migrationCmd::migrationCmd() : PelkdCommand("migratio
 int CommandListenerEnterprise::migrationCmd::parseCmd(int argc, char** argv) {
     // Four words or more; the message has always said "more than 4".
     if (argc < 4) {
-        CMD_LOG(ANDROID_LOG_ERROR, "FATAL: Migration Param num has to be more than 4 [argc:%d]", argc);
+        SLOGE("FATAL: Migration Param num has to be more than 4 [argc:%d]", argc);
         return -1;
     }
     mUserId = atoi(argv[1]);

@@ -1,13 +1,16 @@
 // Changing and verifying a container's password. The passwords never reach
 // the log (only the command word and the user are logged) and are wiped from
 // the command's fields as soon as the line has been served.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <stdlib.h>
 
 #include "command/CommandListenerEnterprise.h"
-#include "command/CommandLog.h"
 #include "command/CommandReply.h"
 #include "manager/Pelk.h"
 #include "base/Secret.h"
+#include "command/CommandLog.h"
 
 using pelk::countMatches;
 using pelk::replyWrongCount;
@@ -43,7 +46,7 @@ int CommandListenerEnterprise::chpasswdCmd::runCommand(SocketClient* cli, int ar
         pelk::sendReply(cli, pelk::REPLY_OK, "success");
         return 0;
     }
-    CMD_LOG(ANDROID_LOG_ERROR, "changePassword ERROR");
+    SLOGE("changePassword ERROR");
     return pelk::replyFailed(cli);
 }
 
@@ -66,6 +69,6 @@ int CommandListenerEnterprise::verifyPasswdCmd::runCommand(SocketClient* cli, in
         pelk::sendReply(cli, pelk::REPLY_OK, "success");
         return 0;
     }
-    CMD_LOG(ANDROID_LOG_ERROR, "verifyPassword ERROR");
+    SLOGE("verifyPassword ERROR");
     return pelk::replyFailed(cli);
 }

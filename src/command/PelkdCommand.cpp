@@ -1,10 +1,12 @@
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include "command/PelkdCommand.h"
 
 #include <string.h>
 
 #include <sysutils/SocketClient.h>
 
-#include "command/CommandLog.h"
 #include "command/CommandReply.h"
 #include "command/ProcessIdentity.h"
 #include "manager/Pelk.h"
@@ -42,10 +44,10 @@ bool PelkdCommand::isSystemServerCommand(SocketClient* cli) {
     char cmdline[kCmdlineRead + 1];
     if (pelk::readProcCmdline(pid, cmdline, sizeof(cmdline)) < 0) return false;
     if (!cmdlineIs(cmdline, "system_server")) {
-        CMD_LOG(ANDROID_LOG_ERROR, "Process(PID: %d) is not the system_server!!\n", pid);
+        SLOGE("Process(PID: %d) is not the system_server!!\n", pid);
         return false;
     }
-    CMD_LOG(ANDROID_LOG_DEBUG, "Process(PID: %d) is the system_server..\n", pid);
+    SLOGD("Process(PID: %d) is the system_server..\n", pid);
 
     // The uid that counts is the parent's: only a root zygote starts the
     // real system_server, while any app can name itself so.
@@ -58,6 +60,6 @@ bool PelkdCommand::isSystemServerCommand(SocketClient* cli) {
         sSystemServerPid = pid;
         return true;
     }
-    CMD_LOG(ANDROID_LOG_ERROR, "[PID: %d] is not android system_server!!\n", pid);
+    SLOGE("[PID: %d] is not android system_server!!\n", pid);
     return false;
 }

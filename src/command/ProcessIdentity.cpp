@@ -1,3 +1,5 @@
+#define LOG_TAG "pelkd"
+
 #include "command/ProcessIdentity.h"
 
 #include <errno.h>
@@ -46,7 +48,7 @@ int getProcCommand(int pid, char* out) {
     snprintf(path, sizeof(path), "/proc/%d/cmdline", pid);
     pelk::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.ok()) {
-        __android_log_print(ANDROID_LOG_ERROR, "pelkd", "Failed to open file %s for reading : %s\n", path,
+        ALOGE("Failed to open file %s for reading : %s\n", path,
                             strerror(errno));
         return -1;
     }

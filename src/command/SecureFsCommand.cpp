@@ -1,13 +1,15 @@
 // "secure_fs" sub-command number user: requests about the sensitive-data
 // chambers. Chambers are neither made nor removed on request any more; any
 // other sub-command is acknowledged without work.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <persona/persona.h>
 
 #include "command/CommandListenerEnterprise.h"
-#include "command/CommandLog.h"
 #include "command/CommandReply.h"
 
 namespace {
@@ -40,9 +42,9 @@ int CommandListenerEnterprise::secureFs::runCommand(SocketClient* cli, int argc,
     }
     if (!pelk::countMatches(argc, kMinWords)) return pelk::replyWrongCount(cli, argc, kMinWords);
     if (isZanthUser(mUserId)) {
-        CMD_LOG(ANDROID_LOG_ERROR, "%s not supported for Zanth container", mSubCommand);
+        SLOGE("%s not supported for Zanth container", mSubCommand);
     } else {
-        CMD_LOG(ANDROID_LOG_ERROR, "%s not supported currently.", mSubCommand);
+        SLOGE("%s not supported currently.", mSubCommand);
     }
     pelk::sendReply(cli, pelk::REPLY_FAILED, "%s %s", mSubCommand, "failed");
     return -1;

@@ -1,5 +1,8 @@
 // The engine list file: every "engine" element, at any depth, names a
 // per-user engine file to load.
+// These lines carry no tag on the device either.
+#define LOG_TAG nullptr
+
 #include <log/log.h>
 #include <stdlib.h>
 
@@ -7,7 +10,6 @@
 #include "config/XmlOwners.h"
 #include "base/UniqueHandle.h"
 
-#define LIST_LOG(...) __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_INFO, nullptr, __VA_ARGS__)
 
 namespace {
 
@@ -26,7 +28,7 @@ public:
     void appendTo(engine_list* list) {
         if (!list) return;
         if (list->count >= kEngineListCapacity) {
-            LIST_LOG("   [list] list full, engine %d not added\n", engine_->id);
+            SLOGI("   [list] list full, engine %d not added\n", engine_->id);
             return;
         }
         list->engines[list->count++] = engine_;
@@ -44,13 +46,13 @@ void parse(xmlNode* node, engine_list* list) {
     CurrentEngine current;
     for (xmlNode* cur = node; cur; cur = cur->next) {
         if (pelk::isElementNamed(cur, "engine")) {
-            LIST_LOG("[list] %s\n", "engine");
+            SLOGI("[list] %s\n", "engine");
             current.replace(nullptr);
             if (cur->properties) {
                 pelk::XmlText alias(cur, "alias");
                 pelk::XmlText id(cur, "id");
-                LIST_LOG("   [list] alias : %s\n", alias.printable());
-                LIST_LOG("   [list] engine_id : %s\n", id.printable());
+                SLOGI("   [list] alias : %s\n", alias.printable());
+                SLOGI("   [list] engine_id : %s\n", id.printable());
                 // Without an id there is no file to name.
                 if (id.get()) current.replace(get_engine(atoi(id.get())));
             }
@@ -65,15 +67,15 @@ engine_list* get_engines() {
     get_engine_list_xml_path(path);
     pelk::HeapBlock<engine_list> list(static_cast<engine_list*>(calloc(1, sizeof(engine_list))));
     if (!list.get()) {
-        LIST_LOG("NO MEMORY to alloc engine list\n");
+        SLOGI("NO MEMORY to alloc engine list\n");
         return nullptr;
     }
     pelk::XmlDocument doc(path);
     if (!doc.ok()) {
-        LIST_LOG("Failed to parse %s\n", path);
+        SLOGI("Failed to parse %s\n", path);
         return nullptr;
     }
-    LIST_LOG("URL: %s\n", doc.url());
+    SLOGI("URL: %s\n", doc.url());
     parse(doc.root(), list.get());
     // A list without engines counts as no list at all.
     if (list.get()->count == 0) return nullptr;
@@ -84,7 +86,7 @@ void free_engines(engine_list* list) {
     if (!list) return;
     for (int i = 0; i < list->count; ++i) {
         const engine* e = list->engines[i];
-        if (e) LIST_LOG("[freeing] engine : %s[%d, %d]\n", e->alias, e->id, e->userid);
+        if (e) SLOGI("[freeing] engine : %s[%d, %d]\n", e->alias, e->id, e->userid);
     }
     // An engine listed twice is freed once.
     for (int i = 0; i < list->count; ++i) {

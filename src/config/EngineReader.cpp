@@ -1,4 +1,7 @@
 // The per-user engine file: one "user" element at the level of the root.
+// These lines carry no tag on the device either.
+#define LOG_TAG nullptr
+
 #include <log/log.h>
 #include <stdlib.h>
 
@@ -21,7 +24,7 @@ engine* readUserElement(xmlNode* node) {
 
     engine* e = static_cast<engine*>(calloc(1, sizeof(engine)));
     if (!e) {
-        __android_log_print(ANDROID_LOG_ERROR, nullptr, kNoMemory);
+        ALOGE(kNoMemory);
         return nullptr;
     }
     alias.copyIfShorter(e->alias, sizeof(e->alias));
@@ -38,7 +41,7 @@ engine* readUserElement(xmlNode* node) {
 engine* parse(xmlNode* node) {
     for (xmlNode* cur = node; cur; cur = cur->next) {
         if (pelk::isElementNamed(cur, "user")) {
-            __android_log_print(ANDROID_LOG_ERROR, nullptr, "[engine] %s\n", "user");
+            ALOGE("[engine] %s\n", "user");
             if (cur->properties) {
                 engine* e = readUserElement(cur);
                 if (e) return e;
@@ -56,7 +59,7 @@ engine* get_engine(int id) {
     get_engine_xml_path(id, path);
     pelk::XmlDocument doc(path);
     if (!doc.ok()) {
-        __android_log_print(ANDROID_LOG_ERROR, nullptr, "Failed to parse %s\n", path);
+        ALOGE("Failed to parse %s\n", path);
         return nullptr;
     }
     return parse(doc.root());

@@ -1,3 +1,6 @@
+// These lines carry no tag on the device either.
+#define LOG_TAG nullptr
+
 #include <log/log.h>
 #include <string.h>
 
@@ -11,11 +14,11 @@ bool compare_string(const char* a, const char* b) {
 
 void dump_engine(char const* label, engine* e) {
     if (!e) return;
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, "[%s] =========================\n", label);
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, "[%s] alias : %s\n", label, e->alias);
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, "[%s] id : %d\n", label, e->id);
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, "[%s] userid : %d\n", label, e->userid);
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, "[%s] flags : %d\n", label, e->flags);
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, "[%s] version : %d\n", label, e->version);
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, "[%s] isMigrating : %d\n", label, e->isMigrating);
+    ALOGE("[%s] =========================\n", label);
+    ALOGE("[%s] alias : %s\n", label, e->alias);
+    ALOGE("[%s] id : %d\n", label, e->id);
+    ALOGE("[%s] userid : %d\n", label, e->userid);
+    ALOGE("[%s] flags : %d\n", label, e->flags);
+    ALOGE("[%s] version : %d\n", label, e->version);
+    ALOGE("[%s] isMigrating : %d\n", label, e->isMigrating);
 }

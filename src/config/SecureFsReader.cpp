@@ -1,12 +1,14 @@
 // The secure-filesystem file: a "secure_fs" element at the root's level
 // announces the secure filesystem and the key store version guarding it.
+// These lines carry no tag on the device either.
+#define LOG_TAG nullptr
+
 #include <log/log.h>
 #include <stdlib.h>
 
 #include "config/EngineConfig.h"
 #include "config/XmlOwners.h"
 
-#define FS_LOG(...) __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_INFO, nullptr, __VA_ARGS__)
 
 namespace {
 
@@ -24,24 +26,24 @@ secure_fs* get_secure_fs() {
     get_secure_fs_xml_path(path);
     pelk::XmlDocument doc(path);
     if (!doc.ok()) {
-        FS_LOG("Failed to parse %s\n", path);
+        SLOGI("Failed to parse %s\n", path);
         return nullptr;
     }
-    FS_LOG("URL: %s\n", doc.url());
+    SLOGI("URL: %s\n", doc.url());
 
     xmlNode* node = findAtRootLevel(doc.root(), "secure_fs");
     if (!node) return nullptr;
-    FS_LOG("[list] %s\n", "secure_fs");
+    SLOGI("[list] %s\n", "secure_fs");
     if (!node->properties) return nullptr;
 
     pelk::XmlText quarnVersion(node, "quarnVersion");
     pelk::XmlText version(node, "version");
-    FS_LOG("   [list] quarn_version : %s\n", quarnVersion.printable());
-    FS_LOG("   [list] version : %s\n", version.printable());
+    SLOGI("   [list] quarn_version : %s\n", quarnVersion.printable());
+    SLOGI("   [list] version : %s\n", version.printable());
 
     secure_fs* fs = static_cast<secure_fs*>(calloc(1, sizeof(secure_fs)));
     if (!fs) {
-        FS_LOG("NO MEMORY to alloc engine list\n");
+        SLOGI("NO MEMORY to alloc engine list\n");
         return nullptr;
     }
     quarnVersion.copyIfShorter(fs->quarnVersion, sizeof(fs->quarnVersion));

@@ -1,6 +1,9 @@
 // Reading one key: open the key file, unwrap it with the connector, parse
 // the blob. Every buffer that held secret bytes is a SecretBuffer, so it is
 // wiped on whichever path leaves the function.
+#define LOG_TAG "pelkd.QuarnHelper"
+
+#include <log/log.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -8,7 +11,6 @@
 
 #include <cstdio>
 
-#include "keystore/QuarnLog.h"
 #include "keystore/Quarn3Helper.h"
 #include "base/UniqueFd.h"
 #include "base/Secret.h"
@@ -30,7 +32,7 @@ int Quarn3Helper::getKeyFromQ3KS(const char* dir, unsigned char* out, int* len, 
                                  const char* password, QuarnUnwrapFn unwrap) {
     size_t passwordLen = password ? strlen(password) : 0;
     if (TZ_KEYSTORE_initialize() != 0) {
-        QUARN_LOGE("QUARN_ACCESS: QUARN is not valid.");
+        ALOGE("QUARN_ACCESS: QUARN is not valid.");
         return -1;
     }
     char path[kKeyPathSize];
@@ -39,24 +41,24 @@ int Quarn3Helper::getKeyFromQ3KS(const char* dir, unsigned char* out, int* len, 
     get_keyname(keyName, kQuarnSystemUid, dir, path, sizeof(path));
 
     if (passwordLen > static_cast<size_t>(kQuarnPasswordMax)) {
-        QUARN_LOGE("QUARN_ACCESS: password is too long (%d)", static_cast<int>(passwordLen));
+        ALOGE("QUARN_ACCESS: password is too long (%d)", static_cast<int>(passwordLen));
         return -1;
     }
     pelk::SecretBuffer<kQuarnPasswordMax> pass;
     if (passwordLen) memcpy(pass.data(), password, passwordLen);
 
     // Logged at ERROR on purpose: the trace must show on every build.
-    QUARN_LOGE("quarn3 opening file %s\n", path);
+    ALOGE("quarn3 opening file %s\n", path);
     pelk::UniqueFd fd(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC)));
     if (!fd.ok()) {
-        QUARN_LOGE("QUARN_ACCESS: couldn't read keyfile: %s", strerror(errno));
+        ALOGE("QUARN_ACCESS: couldn't read keyfile: %s", strerror(errno));
         return -1;
     }
     pelk::SecretBuffer<kQuarnKeyFileMax> wrapped;
     ssize_t wrappedLen = readFully(fd.get(), wrapped.data(), wrapped.size());
     fd.reset();
     if (wrappedLen <= 0) {
-        QUARN_LOGE("QUARN_ACCESS: Could only read from key file %s", path);
+        ALOGE("QUARN_ACCESS: Could only read from key file %s", path);
         return -1;
     }
 
@@ -64,18 +66,18 @@ int Quarn3Helper::getKeyFromQ3KS(const char* dir, unsigned char* out, int* len, 
     int blobLen = 0;
     unwrap(pass.chars(), static_cast<int>(passwordLen), wrapped.data(), static_cast<int>(wrappedLen), blob.data(),
            &blobLen);
-    QUARN_LOGD("QUARN_ACCESS: Unwrapped key len=%d", blobLen);
+    ALOGD("QUARN_ACCESS: Unwrapped key len=%d", blobLen);
     if (blobLen <= 0 || blobLen > kQuarnKeyFileMax) {
-        QUARN_LOGE("QUARN_ACCESS: Error fetching key, key_len = %d", blobLen);
+        ALOGE("QUARN_ACCESS: Error fetching key, key_len = %d", blobLen);
         return -1;
     }
 
     pelk::SecretBuffer<kQuarnKeyBufferSize> key;
     int keyLen = 0;
     int parsed = getEnc(key.data(), blob.data(), blobLen, &keyLen);
-    QUARN_LOGD("QUARN_ACCESS: Parsed key len=%d", keyLen);
+    ALOGD("QUARN_ACCESS: Parsed key len=%d", keyLen);
     if (parsed != 0) {
-        QUARN_LOGE("QUARN_ACCESS: Malformed key blob, key_len = %d", keyLen);
+        ALOGE("QUARN_ACCESS: Malformed key blob, key_len = %d", keyLen);
         return -1;
     }
     // The zero after the key goes out with it, and the length counts it:
@@ -100,7 +102,7 @@ int Quarn3Helper::getKeyFromQuarn3(int userId, int version, unsigned char* out, 
         dir = kQuarn4Dir;
         unwrap = TZ_KEYSTORE_fips_unwrap_key;
     } else {
-        QUARN_LOGE("Quarn3Helper: Error[%d]", -1);
+        ALOGE("Quarn3Helper: Error[%d]", -1);
         return -1;
     }
 
@@ -108,10 +110,10 @@ int Quarn3Helper::getKeyFromQuarn3(int userId, int version, unsigned char* out, 
     int keyLen = 0;
     int rc = getKeyFromQ3KS(dir, key.data(), &keyLen, keyName, password.chars(), unwrap);
     if (rc != 0) {
-        QUARN_LOGE("Quarn3Helper: Error[%d]", rc);
+        ALOGE("Quarn3Helper: Error[%d]", rc);
         return -1;
     }
-    QUARN_LOGD("Quarn3Helper: Selected Quarn Version = [%d]", version);
+    ALOGD("Quarn3Helper: Selected Quarn Version = [%d]", version);
     memcpy(out, key.data(), keyLen);
     *len = keyLen;
     return version;

@@ -1,3 +1,6 @@
+#define LOG_TAG "pelkd.QuarnHelper"
+
+#include <log/log.h>
 #include "keystore/QuarnHelper.h"
 
 #include <stdio.h>
@@ -6,7 +9,6 @@
 #include <initializer_list>
 
 #include "config/EngineConfig.h"
-#include "keystore/QuarnLog.h"
 #include "keystore/Quarn3Helper.h"
 #include "base/Secret.h"
 
@@ -30,7 +32,7 @@ QuarnHelper::QuarnHelper(int user, int keyType) : userId(user), keyName{}, quarn
         named = false;
     }
     if (!named) {
-        QUARN_LOGE("Not defined FEKEK type!!");
+        ALOGE("Not defined FEKEK type!!");
         return;
     }
     setQuarnVersion();

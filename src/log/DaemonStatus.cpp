@@ -1,5 +1,7 @@
 // The status stream: the pre-mount marker files and the running log, and the
 // stamped lines written into them.
+#define LOG_TAG "pelklogd"
+
 #include <cutils/properties.h>
 #include <fcntl.h>
 #include <log/log.h>
@@ -10,7 +12,6 @@
 #include <private/android_filesystem_config.h>
 
 #include "base/UniqueFd.h"
-#include "log/LogTag.h"
 #include "log/PelkLog.h"
 
 namespace {
@@ -35,15 +36,15 @@ const char* levelName(int level) {
 }
 
 void logError(const char* fmt, const char* arg) {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, fmt, arg);
+    SLOGE(fmt, arg);
 }
 
 void giveToResultOwner(FILE* stream) {
     int fd = fileno(stream);
     if (fchown(fd, kResultUid, kResultGid) != 0)
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "Failed to chown for result.");
+        SLOGE("Failed to chown for result.");
     if (fchmod(fd, kResultMode) != 0)
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "Failed to chmod for result.");
+        SLOGE("Failed to chmod for result.");
 }
 
 // A new ongoing marker, headed by the build identity of this software.
@@ -101,7 +102,7 @@ void PelkLog::setDaemonStatus(int status) {
     mStatusFile.reset();
     const char* result = status == STATUS_PREMOUNT_SUCCESS ? PelkPremountSuccess : PelkPremountFailed;
     if (rename(PelkPremountOnGoing, result) == 0)
-        __android_log_print(ANDROID_LOG_DEBUG, pelklog::kTag, "Log file renaming..");
+        ALOGD("Log file renaming..");
 }
 
 void PelkLog::stampPelkLog(int level, const char* fmt, ...) {

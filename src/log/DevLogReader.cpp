@@ -1,13 +1,14 @@
 // The device reader thread: copies the kernel's key-event log from
 // "/dev/dek_log" into "/data/log/mirel_log.txt", one rewritten line at a
 // time, and keeps one older generation in "/data/log/mirel_log.old".
+#define LOG_TAG "pelklogd"
+
 #include <log/log.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
 
-#include "log/LogTag.h"
 #include "log/PelkLog.h"
 
 namespace {
@@ -16,11 +17,11 @@ namespace {
 const long kLogFileLimit = 10000;
 
 void logInfo(const char* text) {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_INFO, pelklog::kTag, "%s", text);
+    SLOGI("%s", text);
 }
 
 void logError(const char* text) {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "%s", text);
+    SLOGE("%s", text);
 }
 
 // The class name in the start and end lines is misspelt on purpose: the
@@ -34,20 +35,20 @@ void* endReader() {
 
 FILE* PelkLog::openLogDev(const char* path) {
     if (access(path, F_OK) != 0) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "'%s' does not exist", path);
+        SLOGE("'%s' does not exist", path);
         return nullptr;
     }
     FILE* dev = fopen(path, "re");
-    if (!dev) __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "'%s' open failed", path);
+    if (!dev) SLOGE("'%s' open failed", path);
     return dev;
 }
 
 int PelkLog::checkLogPath(const char* path) {
     if (access(path, F_OK) == 0) return 0;
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_INFO, pelklog::kTag, "'%s' does not exist, attempt to create",
+    SLOGI("'%s' does not exist, attempt to create",
                             path);
     if (mkdir(path, 0700) != 0) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "Failed to create '%s'", path);
+        SLOGE("Failed to create '%s'", path);
         return -1;
     }
     return 0;
@@ -68,7 +69,7 @@ int PelkLog::readFromDev(FILE* dev, char* line) {
 int PelkLog::writeToLog(const char* text) {
     pelk::UniqueFile log(fopen(PelkLogLogFile, "ae"));
     if (!log) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "'%s' open failed", PelkLogLogFile);
+        SLOGE("'%s' open failed", PelkLogLogFile);
         return -1;
     }
     fputs(text, log.get());

@@ -1,12 +1,13 @@
 // The capture of the mount table and the system log around the boot-time
 // pre-mount, kept under a ".error" name when pre-mount fails, so that a
 // failed pre-mount leaves a record behind.
+#define LOG_TAG "pelklogd"
+
 #include <log/log.h>
 #include <persona/persona.h>
 #include <stdio.h>
 #include <unistd.h>
 
-#include "log/LogTag.h"
 #include "log/PelkLog.h"
 
 namespace {
@@ -27,7 +28,7 @@ const useconds_t kMarkerIntervalUs = 500 * 1000;
 const char kSeparator[] = "------------------------------------------------\n";
 
 void logDebug(const char* text) {
-    __android_log_print(ANDROID_LOG_DEBUG, pelklog::kTag, "%s", text);
+    ALOGD("%s", text);
 }
 
 bool exists(const char* path) {
@@ -101,7 +102,7 @@ void* PelkLog::getlogcat(void*) {
 
     pelk::UniqueFile capture(fopen(path, "we"));
     if (!capture) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, pelklog::kTag, "Could not open file for log, out\n");
+        SLOGE("Could not open file for log, out\n");
         return nullptr;
     }
 

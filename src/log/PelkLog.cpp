@@ -1,9 +1,10 @@
 // The singleton and the two threads it starts.
+#define LOG_TAG "pelklogd"
+
 #include "log/PelkLog.h"
 
 #include <log/log.h>
 
-#include "log/LogTag.h"
 
 const char* const PelkLogDevPath = "/dev/dek_log";
 const char* const PelkLogLogPath = "/data/log/";
@@ -24,11 +25,11 @@ PelkLog* PelkLog::Instance() {
 }
 
 PelkLog::PelkLog() {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_INFO, pelklog::kTag, "PelkLog::PelkLog");
+    SLOGI("PelkLog::PelkLog");
 }
 
 PelkLog::~PelkLog() {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_INFO, pelklog::kTag, "PelkLog::~PelkLog");
+    SLOGI("PelkLog::~PelkLog");
 }
 
 int PelkLog::startLog() {

@@ -1,5 +1,8 @@
 // The manager singleton, its two constructors and the state that outlives a
 // single command.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include "manager/Pelk.h"
 
 #include <errno.h>
@@ -12,7 +15,6 @@
 #include <persona/persona.h>
 
 #include "command/CommandListenerEnterprise.h"
-#include "manager/ManagerLog.h"
 #include "partition/Partition.h"
 
 Pelk* Pelk::sInstance = nullptr;
@@ -42,7 +44,7 @@ Pelk::Pelk() {
     mPid = getpid();
     if (mListener->startListener() != 0) {
         // DEBUG on purpose: the daemon runs on without this socket.
-        PELK_LOG(ANDROID_LOG_DEBUG, "Unable to start DirEncryptionListener (%s)", strerror(errno));
+        SLOGD("Unable to start DirEncryptionListener (%s)", strerror(errno));
     }
     initStatusMap();
     // The kernel event thread (FsHandlerThread::run() and its two log lines)
@@ -57,7 +59,7 @@ Pelk::Pelk() {
 
 Pelk::Pelk(int pid) {
     mCopyEngine = new CopyFileImpl();
-    PELK_LOG(ANDROID_LOG_DEBUG, "Added PELK Instance (PID:%d)", pid);
+    SLOGD("Added PELK Instance (PID:%d)", pid);
     mListener = nullptr;
     mPid = pid;
     mPreMountMark = -1;

@@ -1,6 +1,9 @@
 // The remount and unmount workers: at most one per container user, recorded
 // in remountChildList and reaped by the reaper thread. The lock guards the
 // map only; it is never held across a sleep or a blocking wait.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,7 +12,6 @@
 #include <vector>
 
 #include "log/PelkLog.h"
-#include "manager/ManagerLog.h"
 #include "manager/Pelk.h"
 
 namespace {
@@ -38,7 +40,7 @@ bool Pelk::waitForThreadAvailable(int userId) {
     // The text goes through "%s" with its "%d" unfilled: the running log's
     // readers match this exact line.
     const char* text = "Failed to ready for starting thread for User %d";
-    __android_log_print(ANDROID_LOG_ERROR, "pelkd", "%s", text);
+    ALOGE("%s", text);
     PelkLog::writeRunningLog(1, "%s", text);
     return false;
 }

@@ -6,6 +6,8 @@
 // password is a SecretBuffer (or wiped explicitly), so it is cleared on
 // every path out of these functions, failures included. The caller's output
 // is written only on success.
+#define LOG_TAG "pelkd"
+
 #include <crypt/crypt.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -22,7 +24,6 @@
 #include "keystore/Quarn3Helper.h"
 #include "keystore/QuarnHelper.h"
 #include "log/PelkLog.h"
-#include "manager/ManagerLog.h"
 #include "manager/Pelk.h"
 #include "tools/Base64.h"
 #include "base/UniqueFd.h"
@@ -30,7 +31,6 @@
 
 namespace {
 
-const char kTag[] = "pelkd";
 constexpr int kRawKeySize = 32;     // key bytes handed to mounts, then a zero
 constexpr int kKeyPathSize = 512;
 constexpr int kLengthFieldSize = 5;  // decimal text, NUL-padded
@@ -52,7 +52,7 @@ void deEdkPath(int userId, char* path) {
 
 // DE key failures show in the system log and in the daemon's own log.
 void reportDeFailure(const char* text) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", text);
+    ALOGE("%s", text);
     PelkLog::Instance()->stampPelkLog(PelkLog::LEVEL_ERROR, "%s", text);
 }
 
@@ -60,12 +60,12 @@ void reportDeFailure(const char* text) {
 // is removed rather than left readable by the wrong owner.
 int restrictToSystem(const char* path) {
     if (chmod(path, 0600) != 0) {
-        PELK_LOG(ANDROID_LOG_ERROR, "Failed to chmod for EDK :: Error\n");
+        SLOGE("Failed to chmod for EDK :: Error\n");
         unlink(path);
         return -1;
     }
     if (chown(path, kSystemId, kSystemId) != 0) {
-        PELK_LOG(ANDROID_LOG_ERROR, "Failed to chown for EDK :: Error\n");
+        SLOGE("Failed to chown for EDK :: Error\n");
         unlink(path);
         return -1;
     }
@@ -89,7 +89,7 @@ void deriveEdekKey(const unsigned char* ceKey, int ceLen, unsigned char* aesKey)
 int readEdek(const char* path, const unsigned char* aesKey, const unsigned char* iv, unsigned char* deKey) {
     pelk::UniqueFd fd(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC)));
     if (!fd.ok()) {
-        PELK_LOG(ANDROID_LOG_ERROR, "Cannot open edkLen for read(%s)!\n", strerror(errno));
+        SLOGE("Cannot open edkLen for read(%s)!\n", strerror(errno));
         return -1;
     }
     char lengthText[kLengthFieldSize + 1] = {};
@@ -200,7 +200,7 @@ int Pelk::createKey(int userId, const char* password, int keyType) {
     else
         edkPath(userId, path);
     if (fips_create_edk(path, password) != 0) {
-        PELK_LOG(ANDROID_LOG_ERROR, "create failed :: Error\n");
+        SLOGE("create failed :: Error\n");
         return -1;
     }
     // The container EDK keeps the mode and owner the library gave it.
@@ -217,7 +217,7 @@ int Pelk::verifyPassword(int userId, const char* password) {
         rc = (password && !copy.get()) ? -1 : fips_verify_password(path, copy.get());
     }
     if (rc != 0) {
-        PELK_LOG(ANDROID_LOG_ERROR, "Invalid");
+        SLOGE("Invalid");
         return -1;
     }
     return 0;
@@ -228,7 +228,7 @@ int Pelk::changePassword(int userId, const char* oldPassword, const char* newPas
     edkPath(userId, path);
     int rc = fips_change_password(oldPassword, newPassword, path);
     // Both outcomes at ERROR so that they show on every build.
-    PELK_LOG(ANDROID_LOG_ERROR, rc != 0 ? "update:: Error\n" : "update:: Success\n");
+    SLOGE(rc != 0 ? "update:: Error\n" : "update:: Success\n");
     return rc;
 }
 
@@ -237,7 +237,7 @@ int Pelk::removePassword(int userId) {
     edkPath(userId, path);
     if (access(path, F_OK) != 0) return 0;
     int rc = fips_delete_edk(path);
-    PELK_LOG(ANDROID_LOG_DEBUG, rc != 0 ? "Delete:: Error\n" : "Delete:: Success\n");
+    SLOGD(rc != 0 ? "Delete:: Error\n" : "Delete:: Success\n");
     // Callers go on with their teardown either way.
     return 0;
 }

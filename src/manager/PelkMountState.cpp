@@ -1,6 +1,9 @@
 // The read-only questions about the state of storage: which areas are
 // mounted, which view of the emulated storage a process sees, and whose CE
 // storage is unlocked.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -8,7 +11,6 @@
 
 #include <memory>
 
-#include "manager/ManagerLog.h"
 #include "manager/MountTable.h"
 #include "manager/Pelk.h"
 #include "partition/Partition.h"
@@ -33,9 +35,9 @@ pelk::UniqueFile openProcTable(const char* path, const char* tableName) {
     pelk::UniqueFile table(fopen(path, "re"));
     if (!table) {
         if (errno == ENOENT) {
-            PELK_LOG(ANDROID_LOG_WARN, "No file to open, skip..");
+            SLOGW("No file to open, skip..");
         } else {
-            PELK_LOG(ANDROID_LOG_ERROR, "Error opening /proc/%s (%s)", tableName, strerror(errno));
+            SLOGE("Error opening /proc/%s (%s)", tableName, strerror(errno));
         }
     }
     return table;

@@ -1,5 +1,8 @@
 // The private-mode manager singleton: a light container manager with the
 // "ppm" listener of its own.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include "manager/PrivatePartitionManager.h"
 
 #include <errno.h>
@@ -9,7 +12,6 @@
 #include <fileops/CopyFileImpl.h>
 
 #include "command/CommandListenerPrivate.h"
-#include "manager/ManagerLog.h"
 
 PrivatePartitionManager* PrivatePartitionManager::sInstance = nullptr;
 
@@ -26,7 +28,7 @@ PrivatePartitionManager::PrivatePartitionManager() : Pelk(getpid()) {
     mPpmSocketListener = mPpmListener;
     mPpmCopyEngine = new CopyFileImpl();
     if (mPpmSocketListener->startListener() != 0) {
-        PELK_LOG(ANDROID_LOG_DEBUG, "Unable to start PPMListener (%s)", strerror(errno));
+        SLOGD("Unable to start PPMListener (%s)", strerror(errno));
     }
 }
 

@@ -1,5 +1,7 @@
 // Construction of a Partition: the table that fixes where every kind of
 // container storage lives on the device, and the record's log lines.
+#define LOG_TAG "pelkd"
+
 #include "partition/Partition.h"
 
 #include <crypt/crypt.h>
@@ -9,7 +11,6 @@
 
 namespace {
 
-const char* const kTag = "pelkd";
 
 // One row of the layout. Per-user areas append "/<user>" to both bases;
 // device-wide areas use the bases as they stand. A row with an FBE mount
@@ -88,7 +89,7 @@ Partition::Partition(int userId, const char* srcPath, const char* mntPath, bool 
 }
 
 Partition::~Partition() {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_DEBUG, kTag, "deleting Partition object.");
+    SLOGD("deleting Partition object.");
 }
 
 void Partition::setDefaults(int userId, int type, bool mirelSupported) {
@@ -119,16 +120,16 @@ void Partition::fillFromTable() {
 }
 
 void Partition::logCreated() {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_DEBUG, kTag, "Partition obj created");
+    SLOGD("Partition obj created");
     dump();
 }
 
 void Partition::dump() {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_DEBUG, kTag, "Partition::dump============== %d", mUserId);
+    SLOGD("Partition::dump============== %d", mUserId);
     // The label only tells CE app data apart from everything else.
     const char* label = mType == PARTITION_CE_DATA ? "PRIVATE-DATA" : "INTERNAL-SDCARD";
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_DEBUG, kTag, "Partition::mType > %s mSrcPath > %s mMntPath > %s",
+    SLOGD("Partition::mType > %s mSrcPath > %s mMntPath > %s",
                             label, mSrcPath, mMntPath);
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_DEBUG, kTag, "Partition::MIREL > %s",
+    SLOGD("Partition::MIREL > %s",
                             mMirelSupported ? "supported" : "not supported");
 }

@@ -1,6 +1,9 @@
 // Chamber directories (folders of a container's storage that the encryption
 // library is told to treat specially), and the sdcard partition's per-view
 // directories and source permissions.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <chamber/chamber.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -10,7 +13,6 @@
 #include "config/EngineConfig.h"
 #include "partition/Partition.h"
 #include "partition/PartitionFormat.h"
-#include "partition/PartitionLog.h"
 #include "base/UniqueFd.h"
 
 namespace {
@@ -28,7 +30,7 @@ void formatEngineChamberPath(char* out, const char* mntPath, int engineId) {
 // unless a directory is already there.
 void makeEngineChamberDirectory(Partition& partition, const char* path) {
     if (partition.isDirectory(path)) return;
-    PARTITION_LOG(ANDROID_LOG_ERROR, "making chamberPath %s", path);
+    SLOGE("making chamberPath %s", path);
     unlink(path);
     mkdir(path, 0777);
 }
@@ -38,14 +40,13 @@ void makeEngineChamberDirectory(Partition& partition, const char* path) {
 bool Partition::makeZanthChamberDirectory() {
     if (mType != PARTITION_CE_SDCARD) {
         // The misspelt message is kept as log readers know it.
-        PARTITION_LOG(ANDROID_LOG_ERROR,
-                      "makeChamberDirectory is allowedonly for zanth container (supporting old impl)");
+        SLOGE("makeChamberDirectory is allowedonly for zanth container (supporting old impl)");
         return false;
     }
     char path[PATH_SIZE];
     pelk::formatPath(path, "%s/%s", mMntPath, "Chamber");
     if (makeDirectory(path, mMode, mUid, mGid) != 0) {
-        PARTITION_LOG(ANDROID_LOG_ERROR, "Error to make DIR[%s]\n", path);
+        SLOGE("Error to make DIR[%s]\n", path);
         return false;
     }
     add_chamber_directory(mUserId, path);
@@ -54,8 +55,7 @@ bool Partition::makeZanthChamberDirectory() {
 
 bool Partition::removeZanthChamberDirectory() {
     if (mType != PARTITION_CE_SDCARD) {
-        PARTITION_LOG(ANDROID_LOG_ERROR,
-                      "removeZanthChamberDirectory is allowedonly for zanth container (supporting old impl)");
+        SLOGE("removeZanthChamberDirectory is allowedonly for zanth container (supporting old impl)");
         return false;
     }
     char path[PATH_SIZE];
@@ -88,13 +88,13 @@ void Partition::enableEngineChambers(engine_list* list) {
         char path[PATH_SIZE];
         formatEngineChamberPath(path, mMntPath, e->id);
         makeEngineChamberDirectory(*this, path);
-        PARTITION_LOG(ANDROID_LOG_ERROR, "Adding chamber %s", path);
+        SLOGE("Adding chamber %s", path);
         dump_engine("adding-chamber", e);
         if (e->flags & kEngineHasChamber) {
             add_chamber_directory(e->id, path);
         } else {
             // The unclosed bracket is part of the known message.
-            PARTITION_LOG(ANDROID_LOG_ERROR, "engine->flags[%08x] doesn't contain [%08x", e->flags, kEngineHasChamber);
+            SLOGE("engine->flags[%08x] doesn't contain [%08x", e->flags, kEngineHasChamber);
         }
     }
 }

@@ -1,5 +1,7 @@
 // Creating, clearing and removing the directories of a storage area, and
 // removing single files that running processes may still hold.
+#define LOG_TAG "pelkd"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <log/log.h>
@@ -10,7 +12,6 @@
 #include <cerrno>
 
 #include "partition/Partition.h"
-#include "partition/PartitionLog.h"
 #include "process/ProcessKiller.h"
 #include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
@@ -18,7 +19,6 @@
 
 namespace {
 
-const char* const kTag = "pelkd";
 
 // Kill action after each failed unlink: SIGTERM, then SIGKILL, then a last
 // report of who still holds the file.
@@ -32,12 +32,12 @@ constexpr useconds_t kRemovePauseUs = 50;
 int clearSubdirectory(Partition& partition, int dirFd, const char* name, int (*filter)(const char*, int)) {
     pelk::UniqueFd subFd(openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!subFd.ok()) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't openat %s: %s\n", name, strerror(errno));
+        ALOGE("Couldn't openat %s: %s\n", name, strerror(errno));
         return -1;
     }
     pelk::UniqueDir sub(pelk::Fdopendir(std::move(subFd)));
     if (!sub) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't fdopendir %s: %s\n", name, strerror(errno));
+        ALOGE("Couldn't fdopendir %s: %s\n", name, strerror(errno));
         return -1;
     }
     return partition.clearDirContents(sub.get(), filter);
@@ -46,7 +46,7 @@ int clearSubdirectory(Partition& partition, int dirFd, const char* name, int (*f
 }  // namespace
 
 int Partition::create(const char* /*unused*/, long long /*size*/) {
-    PARTITION_LOG(ANDROID_LOG_DEBUG, "Partition::create");
+    SLOGD("Partition::create");
     // A new partition always starts from an empty source directory.
     if (isDirectory(mSrcPath)) clearDirectory(mSrcPath, 1, nullptr);
     if (makeDirectory(mSrcPath, mMode, mUid, mGid) != 0) return -1;
@@ -56,14 +56,14 @@ int Partition::create(const char* /*unused*/, long long /*size*/) {
 
 int Partition::remove() {
     if (isMounted()) {
-        PARTITION_LOG(ANDROID_LOG_ERROR, "the partition is mounted at [%s]", mMntPath);
+        SLOGE("the partition is mounted at [%s]", mMntPath);
         return -1;
     }
     if (clearDirectory(mSrcPath, 1, nullptr) != 0 || clearDirectory(mMntPath, 1, nullptr) != 0) {
         int err = errno;
         // Names the source path even when the mount path failed; log readers
         // look for this one line.
-        PARTITION_LOG(ANDROID_LOG_ERROR, "remove directory %s failed : %d(%s)", mSrcPath,
+        SLOGE("remove directory %s failed : %d(%s)", mSrcPath,
                                 err, strerror(err));
         return -1;
     }
@@ -83,7 +83,7 @@ int Partition::clearDirectory(const char* path, int removeSelf, int (*filter)(co
         pelk::UniqueDir dir(opendir(path));
         if (!dir) {
             int err = errno;
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't opendir %s: %s\n", path, strerror(err));
+            ALOGE("Couldn't opendir %s: %s\n", path, strerror(err));
             return -err;
         }
         result = clearDirContents(dir.get(), filter);
@@ -106,11 +106,11 @@ int Partition::clearDirContents(DIR* dir, int (*filter)(const char*, int)) {
         if (isDir) {
             if (clearSubdirectory(*this, dirFd, name, filter) != 0) result = -1;
             if (unlinkat(dirFd, name, AT_REMOVEDIR) != 0) {
-                __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't unlinkat %s: %s\n", name, strerror(errno));
+                ALOGE("Couldn't unlinkat %s: %s\n", name, strerror(errno));
                 result = -1;
             }
         } else if (unlinkat(dirFd, name, 0) != 0) {
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "Couldn't unlinkat %s: %s\n", name, strerror(errno));
+            ALOGE("Couldn't unlinkat %s: %s\n", name, strerror(errno));
             result = -1;
         }
     }
@@ -121,19 +121,19 @@ int Partition::removeFile(const char* path) {
     for (int attempt = 0; attempt < kRemoveTries; ++attempt) {
         if (unlink(path) == 0 || errno == EINVAL || errno == ENOENT) {
             // The misspelling is the line log readers match.
-            PARTITION_LOG(ANDROID_LOG_INFO, "%s sucessfully removed", path);
+            SLOGI("%s sucessfully removed", path);
             return 0;
         }
         const int err = errno;
         const int action = kRemoveActions[attempt];
-        PARTITION_LOG(ANDROID_LOG_WARN, "Failed REMOVE %s (%s, retries %d, action %d)", path, strerror(err),
+        SLOGW("Failed REMOVE %s (%s, retries %d, action %d)", path, strerror(err),
                       kRemoveTries - 1 - attempt, action);
-        PARTITION_LOG(ANDROID_LOG_INFO, "Kill processes opening and [%s]", path);
+        SLOGI("Kill processes opening and [%s]", path);
         ProcessKiller::killProcessesWithOpenFiles(path, action);
         usleep(kRemovePauseUs);
     }
     errno = EBUSY;
-    PARTITION_LOG(ANDROID_LOG_ERROR, "Giving up on remove %s (%s)", path,
+    SLOGE("Giving up on remove %s (%s)", path,
                             strerror(EBUSY));
     return -1;
 }

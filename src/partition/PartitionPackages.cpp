@@ -1,5 +1,8 @@
 // Per-package directories: copying the set of package folders of one user's
 // data area into another user's, and where a package's data lives.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <chamber/chamber.h>
 #include <dirent.h>
 #include <persona/persona.h>
@@ -12,7 +15,6 @@
 
 #include "partition/Partition.h"
 #include "partition/PartitionFormat.h"
-#include "partition/PartitionLog.h"
 #include "base/UniqueHandle.h"
 #include "base/DirEntry.h"
 
@@ -26,24 +28,24 @@ constexpr int kNotPackage = -2;
 int createPackageDirectory(int user, const char* srcEntry, const char* dstEntry, const struct stat& src) {
     const int appId = static_cast<int>(src.st_uid % kPerUserRange);
     const int newUid = appId + user * kPerUserRange;
-    PARTITION_LOG(ANDROID_LOG_INFO, "%s src [uid:%d gid:%d mode:%d appId:%d]", "syncPkgDir", static_cast<int>(src.st_uid),
+    SLOGI("%s src [uid:%d gid:%d mode:%d appId:%d]", "syncPkgDir", static_cast<int>(src.st_uid),
                   static_cast<int>(src.st_gid), static_cast<int>(src.st_mode), appId);
-    PARTITION_LOG(ANDROID_LOG_INFO, "Creating pkg directory %s [uid:%d/gid:%d] appId:%d", dstEntry, newUid, newUid,
+    SLOGI("Creating pkg directory %s [uid:%d/gid:%d] appId:%d", dstEntry, newUid, newUid,
                   appId);
     if (mkdir(dstEntry, src.st_mode) != 0 && errno != EEXIST) {
-        PARTITION_LOG(ANDROID_LOG_ERROR, "mkdir failed for %s, %s\n", dstEntry, strerror(errno));
+        SLOGE("mkdir failed for %s, %s\n", dstEntry, strerror(errno));
         return -1;
     }
     if (chown(dstEntry, newUid, newUid) != 0) {
-        PARTITION_LOG(ANDROID_LOG_ERROR, "Failed to chown for %s :: Error\n", dstEntry);
+        SLOGE("Failed to chown for %s :: Error\n", dstEntry);
         return -1;
     }
-    PARTITION_LOG(ANDROID_LOG_INFO, " converting category >>>> %d ", user);
+    SLOGI(" converting category >>>> %d ", user);
     if (!isZanthUser(user)) return 0;
     int category = setCategory(user, dstEntry);
     if (category == kNotPackage) {
         // A folder the package manager knows nothing of is not carried over.
-        PARTITION_LOG(ANDROID_LOG_WARN, "Not package or no information.. %s", srcEntry);
+        SLOGW("Not package or no information.. %s", srcEntry);
         rmdir(dstEntry);
         return 0;
     }
@@ -58,30 +60,30 @@ int Partition::syncPkgDir(Partition* other) {
     const char* source = other->mMntPath;
     const char* target = mMntPath;
     const int user = mUserId;
-    PARTITION_LOG(ANDROID_LOG_INFO, "syncPkgDir %s => %s", source, target);
+    SLOGI("syncPkgDir %s => %s", source, target);
 
     struct stat st;
     if (lstat(source, &st) != 0) {
         const int err = errno;
-        PARTITION_LOG(ANDROID_LOG_INFO, "source : <%s> is a dangling link: ", source);
-        PARTITION_LOG(ANDROID_LOG_ERROR, "returned error <%d> errno %d %s", 0, err, strerror(err));
-        PARTITION_LOG(ANDROID_LOG_INFO, "Link pass\n");
+        SLOGI("source : <%s> is a dangling link: ", source);
+        SLOGE("returned error <%d> errno %d %s", 0, err, strerror(err));
+        SLOGI("Link pass\n");
         return 0;
     }
     if (!S_ISLNK(st.st_mode) && !S_ISDIR(st.st_mode)) {
 // The known line spells the mode "%0.8x"; the ignored '0' flag is part of it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
-        PARTITION_LOG(ANDROID_LOG_INFO, "syncPkgDir %s => %s MODE error %0.8x", source, target,
+        SLOGI("syncPkgDir %s => %s MODE error %0.8x", source, target,
                       static_cast<unsigned int>(st.st_mode));
 #pragma GCC diagnostic pop
         return kInvalid;
     }
 
-    PARTITION_LOG(ANDROID_LOG_INFO, "source : <%s> opening dir ", source);
+    SLOGI("source : <%s> opening dir ", source);
     pelk::UniqueDir dir(opendir(source));
     if (!dir) return -1;
-    PARTITION_LOG(ANDROID_LOG_INFO, "source : <%s> reading dir ", source);
+    SLOGI("source : <%s> reading dir ", source);
 
     while (dirent* entry = readdir(dir.get())) {
         const char* name = entry->d_name;
@@ -99,19 +101,19 @@ int Partition::syncPkgDir(Partition* other) {
         // by its listing, so its copy in the target is removed.
         const bool srcIsDir = srcResult == 0 ? S_ISDIR(srcSt.st_mode) : entry->d_type == DT_DIR;
         if (!srcIsDir) {
-            PARTITION_LOG(ANDROID_LOG_INFO, " Ignoring files %s ==> %s (%d,%d) ", srcEntry, dstEntry, srcResult,
+            SLOGI(" Ignoring files %s ==> %s (%d,%d) ", srcEntry, dstEntry, srcResult,
                           dstResult);
             continue;
         }
         // The misspelling is the line log readers know.
-        PARTITION_LOG(ANDROID_LOG_INFO, " compairing %s ==> %s (%d,%d) ", srcEntry, dstEntry, srcResult, dstResult);
+        SLOGI(" compairing %s ==> %s (%d,%d) ", srcEntry, dstEntry, srcResult, dstResult);
         if (srcResult == 0 && dstResult != 0) {
             if (createPackageDirectory(user, srcEntry, dstEntry, srcSt) != 0) return -1;
         } else if (srcResult != 0 && dstResult == 0) {
-            PARTITION_LOG(ANDROID_LOG_INFO, "Deleting pkg directory : %s [user:%d]", dstEntry, user);
+            SLOGI("Deleting pkg directory : %s [user:%d]", dstEntry, user);
             if (clearDirectory(dstEntry, 1, nullptr) != 0) {
                 const int err = errno;
-                PARTITION_LOG(ANDROID_LOG_ERROR, "remove directory %s failed : %d(%s)", dstEntry, err, strerror(err));
+                SLOGE("remove directory %s failed : %d(%s)", dstEntry, err, strerror(err));
                 return -1;
             }
         }

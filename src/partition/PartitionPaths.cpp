@@ -1,5 +1,7 @@
 // Making directory chains with the partition's owner and mode, and the small
 // path questions the storage operations ask.
+#define LOG_TAG "pelkd"
+
 #include <crypt/crypt.h>
 #include <limits.h>
 #include <log/log.h>
@@ -14,7 +16,6 @@
 #include <cerrno>
 
 #include "partition/Partition.h"
-#include "partition/PartitionLog.h"
 #include "partition/PartitionPathPrefixes.h"
 
 namespace {
@@ -31,33 +32,33 @@ bool exists(const char* path) {
 
 int Partition::makeDirectory(const char* path, unsigned int mode, unsigned int uid, unsigned int gid) {
     if (strlen(path) >= static_cast<size_t>(PATH_SIZE)) {
-        PARTITION_LOG(ANDROID_LOG_ERROR, "the length of path is too long\n");
+        SLOGE("the length of path is too long\n");
         return -1;
     }
-    PARTITION_LOG(ANDROID_LOG_DEBUG, "makeDirectory(%s)", path);
+    SLOGD("makeDirectory(%s)", path);
 
     return pelk::walkPathPrefixes(path, true, [&](const char* prefix) {
         // Directories that are already there keep their owner and mode.
         if (exists(prefix)) return 0;
         if (mkdir(prefix, mode) != 0) {
             if (errno == EEXIST) return 0;
-            PARTITION_LOG(ANDROID_LOG_ERROR, "mkdir failed for %s, %s\n", prefix, strerror(errno));
+            SLOGE("mkdir failed for %s, %s\n", prefix, strerror(errno));
             return -1;
         }
         // Only a directory reached without a symbolic link gets the owner,
         // so a link planted in the chain cannot redirect the chown.
         if (isCanonicalPath(prefix) == 1) {
             if (chmod(prefix, mode) != 0) {
-                PARTITION_LOG(ANDROID_LOG_ERROR, "Failed to chmod for %s :: Error\n", prefix);
+                SLOGE("Failed to chmod for %s :: Error\n", prefix);
                 return -1;
             }
             if (chown(prefix, uid, gid) != 0) {
-                PARTITION_LOG(ANDROID_LOG_ERROR, "Failed to chown for %s :: Error\n", prefix);
+                SLOGE("Failed to chown for %s :: Error\n", prefix);
                 return -1;
             }
         }
         if (isZanthUser(mUserId) && selinux_android_restorecon_internal(prefix, mUserId, kRestoreconFlags) < 0) {
-            PARTITION_LOG(ANDROID_LOG_ERROR, "Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix,
+            SLOGE("Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix,
                  mUserId);
             return -1;
         }
@@ -73,18 +74,18 @@ int Partition::makeRelativeDirectory(const char* relativePath, unsigned int mode
     char full[PATH_SIZE];
     // The relative path brings its own leading slash.
     snprintf(full, sizeof(full), "%s%s", mMntPath, relativePath);
-    PARTITION_LOG(ANDROID_LOG_DEBUG, "makeRelativeDirectory: %s", full);
+    SLOGD("makeRelativeDirectory: %s", full);
 
     return pelk::walkPathPrefixes(full, false, [&](const char* prefix) {
         if (exists(prefix)) return 0;
         if (mkdir(prefix, mode) != 0) {
             const int err = errno;
             if (err == EEXIST) return 0;
-            PARTITION_LOG(ANDROID_LOG_ERROR, "mkdir failed for %s, %s\n", prefix, strerror(err));
+            SLOGE("mkdir failed for %s, %s\n", prefix, strerror(err));
             return -err;
         }
         if (selinux_android_restorecon_internal(prefix, mUserId, kRestoreconFlags) < 0) {
-            PARTITION_LOG(ANDROID_LOG_ERROR, "Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix,
+            SLOGE("Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix,
                  mUserId);
             return -1;
         }
@@ -95,7 +96,7 @@ int Partition::makeRelativeDirectory(const char* relativePath, unsigned int mode
 int Partition::extractDirectory(const char* path, char* out) {
     const size_t pathLen = strlen(path);
     if (pathLen >= static_cast<size_t>(PATH_SIZE)) {
-        PARTITION_LOG(ANDROID_LOG_ERROR, "the length of path is too long\n");
+        SLOGE("the length of path is too long\n");
         return -1;
     }
     char copy[PATH_SIZE];
@@ -123,18 +124,18 @@ int Partition::isCanonicalPath(const char* path) {
     snprintf(src, sizeof(src), "%s", path);
     size_t len = strlen(src);
     if (len > 1 && src[len - 1] == '/') src[len - 1] = '\0';
-    PARTITION_LOG(ANDROID_LOG_DEBUG, "Input srcpath - src: %s\n", path);
-    PARTITION_LOG(ANDROID_LOG_DEBUG, "Resolved srcpath - srcPath: %s\n", src);
+    SLOGD("Input srcpath - src: %s\n", path);
+    SLOGD("Resolved srcpath - srcPath: %s\n", src);
 
     char resolved[PATH_MAX];
     const bool ok = realpath(src, resolved) != nullptr;
     if (!ok) resolved[0] = '\0';
-    PARTITION_LOG(ANDROID_LOG_DEBUG, "real path - rtStr: %s\n", resolved);
+    SLOGD("real path - rtStr: %s\n", resolved);
     if (!ok || strcmp(src, resolved) != 0) {
-        PARTITION_LOG(ANDROID_LOG_DEBUG, "%s is absolute path Skipped..\n", src);
+        SLOGD("%s is absolute path Skipped..\n", src);
         return -1;
     }
-    PARTITION_LOG(ANDROID_LOG_DEBUG, "This is canonical path.\n");
+    SLOGD("This is canonical path.\n");
     return 1;
 }
 

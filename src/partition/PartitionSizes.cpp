@@ -1,5 +1,7 @@
 // Disk space taken by a directory tree: the blocks each file occupies,
 // symbolic links not followed.
+#define LOG_TAG "pelkd"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <log/log.h>
@@ -47,7 +49,7 @@ uint64_t Partition::stat_size(struct stat* st) {
 uint64_t Partition::getDirectorySize(const char* path, int includeSelf) {
     pelk::UniqueDir dir(opendir(path));
     if (!dir) {
-        __android_log_print(ANDROID_LOG_ERROR, "pelkd", "Failed to open %s", path);
+        ALOGE("Failed to open %s", path);
         return 0;
     }
     uint64_t total = 0;

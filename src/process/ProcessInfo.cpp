@@ -1,5 +1,7 @@
 // Small readers of one /proc entry: its pid, name, owner, and link targets,
 // plus the rule deciding whether a path lies under a mount point.
+#define LOG_TAG "ProcessKiller"
+
 #include <fcntl.h>
 #include <log/log.h>
 #include <stdio.h>
@@ -13,9 +15,6 @@
 #include "process/ProcessKiller.h"
 #include "base/UniqueFd.h"
 
-namespace {
-const char* const kTag = "ProcessKiller";
-}
 
 bool ProcessKiller::pathMatchesMountPoint(const char* path, const char* mountPoint) {
     const size_t n = strlen(mountPoint);
@@ -56,12 +55,12 @@ int ProcessKiller::getProcessUid(int pid) {
     snprintf(path, sizeof(path), "/proc/%d", pid);
     pelk::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.ok()) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, kTag, "open failed (%s)", strerror(errno));
+        SLOGE("open failed (%s)", strerror(errno));
         return -1;
     }
     struct stat st;
     if (fstat(fd.get(), &st) != 0) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, kTag, "fstat failed (%s)", strerror(errno));
+        SLOGE("fstat failed (%s)", strerror(errno));
         return -1;
     }
     return static_cast<int>(st.st_uid);

@@ -1,6 +1,8 @@
 // The two walks over /proc: the forward one used before removing a file (an
 // action code, no wait) and the reverse one used by the unmount retries (a
 // raw signal number, then a short wait for each signalled process to go).
+#define LOG_TAG "ProcessKiller"
+
 #include <dirent.h>
 #include <log/log.h>
 #include <signal.h>
@@ -17,7 +19,6 @@
 
 namespace {
 
-const char* const kTag = "ProcessKiller";
 constexpr size_t kPathSize = 4096;
 constexpr int kSystemUid = AID_SYSTEM;
 constexpr int kDeathChecks = 3;
@@ -43,7 +44,7 @@ private:
 };
 
 void logHolder(const char* prefix, const char* what, const char* name, int pid, const char* third) {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, kTag, "%sProcess %s (%d) has %s %s", prefix, name, pid,
+    SLOGE("%sProcess %s (%d) has %s %s", prefix, name, pid,
                             what, third);
 }
 
@@ -52,7 +53,7 @@ void waitForDeath(int pid) {
     char path[256];
     snprintf(path, sizeof(path), "/proc/%d", pid);
     for (int i = 0; i < kDeathChecks && access(path, F_OK) == 0; ++i) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_DEBUG, kTag, "Wait for death %s ", path);
+        SLOGD("Wait for death %s ", path);
         usleep(kDeathPollUs);
     }
 }
@@ -63,8 +64,7 @@ bool ProcessKiller::reportHolder(int pid, const char* path, const char* prefix) 
     char name[kPathSize];
     getProcessName(pid, name, sizeof(name));
     if (name[0] != '\0' && strcmp(name, "system_server") == 0 && getProcessUid(pid) == kSystemUid) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_WARN, kTag,
-                                "Process %d is System server process.. do not kill it!", pid);
+        SLOGW("Process %d is System server process.. do not kill it!", pid);
         return false;
     }
 
@@ -86,10 +86,10 @@ bool ProcessKiller::reportHolder(int pid, const char* path, const char* prefix) 
 }
 
 void ProcessKiller::killProcessesWithOpenFiles(const char* path, int action) {
-    __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, kTag, "killing process with open files in %s", path);
+    SLOGE("killing process with open files in %s", path);
     pelk::UniqueDir proc(opendir("/proc"));
     if (!proc) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, kTag, "opendir failed (%s)", strerror(errno));
+        SLOGE("opendir failed (%s)", strerror(errno));
         return;
     }
     while (dirent* entry = readdir(proc.get())) {
@@ -100,10 +100,10 @@ void ProcessKiller::killProcessesWithOpenFiles(const char* path, int action) {
         // Action 1 is logged as SIGHUP but sends SIGTERM; callers and log
         // readers rely on both exactly as they are.
         if (action == 1) {
-            __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_WARN, kTag, "Sending SIGHUP to process %d", pid);
+            SLOGW("Sending SIGHUP to process %d", pid);
             kill(pid, SIGTERM);
         } else if (action == 2) {
-            __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, kTag, "Sending SIGKILL to process %d", pid);
+            SLOGE("Sending SIGKILL to process %d", pid);
             kill(pid, SIGKILL);
         }
     }
@@ -112,7 +112,7 @@ void ProcessKiller::killProcessesWithOpenFiles(const char* path, int action) {
 void ProcessKiller::KillProcessesWithOpenFilesViaReverse(const char* path, int signal) {
     ScandirList list("/proc");
     if (list.count() <= 0) {
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_ERROR, kTag, "scandir failed (%s)", strerror(errno));
+        SLOGE("scandir failed (%s)", strerror(errno));
         return;
     }
     // Names sort as text, so the last first means 99 before 100 and 1000
@@ -124,7 +124,7 @@ void ProcessKiller::KillProcessesWithOpenFilesViaReverse(const char* path, int s
         if (signal == 0) continue;
 
         // The number is sent as given: 1 is SIGHUP and 2 is SIGINT here.
-        __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_WARN, kTag, "Sending %s to process %d", strsignal(signal),
+        SLOGW("Sending %s to process %d", strsignal(signal),
                                 pid);
         kill(pid, signal);
         waitForDeath(pid);

@@ -1,3 +1,6 @@
+// These lines carry no tag on the device either.
+#define LOG_TAG nullptr
+
 #include "tools/CloseOnExec.h"
 
 #include <fcntl.h>
@@ -14,7 +17,7 @@ constexpr int kPathSize = 4096;
 }
 
 void changeInheritTypeForFile(const char* path, bool closeOnExec) {
-    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "changeInheritTypeForFile::Entering\n");
+    ALOGD("changeInheritTypeForFile::Entering\n");
     if (!path || path[0] == '\0') return;
 
     char fdDir[kPathSize];
