@@ -8,7 +8,7 @@
 #include <sysutils/SocketClient.h>
 
 #include "command/CommandReply.h"
-#include "command/ProcessIdentity.h"
+#include "process/ProcFs.h"
 #include "manager/Pelk.h"
 
 namespace {

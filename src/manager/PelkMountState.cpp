@@ -11,7 +11,7 @@
 
 #include <memory>
 
-#include "manager/MountTable.h"
+#include "process/ProcFs.h"
 #include "manager/Pelk.h"
 #include "partition/Partition.h"
 #include "base/UniqueHandle.h"

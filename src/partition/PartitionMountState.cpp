@@ -7,7 +7,7 @@
 #include <errno.h>
 #include <string.h>
 
-#include "manager/MountTable.h"
+#include "process/ProcFs.h"
 #include "partition/Partition.h"
 #include "base/UniqueHandle.h"
 

@@ -13,7 +13,7 @@
 #include <climits>
 
 #include "process/ProcessKiller.h"
-#include "base/UniqueFd.h"
+#include "process/ProcFs.h"
 
 
 bool ProcessKiller::pathMatchesMountPoint(const char* path, const char* mountPoint) {
@@ -36,43 +36,15 @@ bool ProcessKiller::readSymLink(const char* path, char* buf, size_t size) {
 
 void ProcessKiller::getProcessName(int pid, char* buf, size_t size) {
     if (size == 0) return;
-    // Built apart from the caller's buffer, which may be too small for it.
-    char path[64];
-    snprintf(path, sizeof(path), "/proc/%d/cmdline", pid);
-    pelk::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
-    if (!fd.ok()) {
-        snprintf(buf, size, "???");
-        return;
-    }
-    ssize_t len = read(fd.get(), buf, size - 1);
-    // Arguments are separated by zero bytes, so the terminated buffer reads
-    // as the first argument alone.
-    buf[len > 0 ? len : 0] = '\0';
+    // An unreadable process still gets a name in the holder lines.
+    if (pelk::readProcCmdline(pid, buf, size) < 0) snprintf(buf, size, "???");
 }
 
 int ProcessKiller::getProcessUid(int pid) {
-    char path[64];
-    snprintf(path, sizeof(path), "/proc/%d", pid);
-    pelk::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
-    if (!fd.ok()) {
-        SLOGE("open failed (%s)", strerror(errno));
-        return -1;
-    }
-    struct stat st;
-    if (fstat(fd.get(), &st) != 0) {
-        SLOGE("fstat failed (%s)", strerror(errno));
-        return -1;
-    }
-    return static_cast<int>(st.st_uid);
+    const char* failedCall = nullptr;
+    int uid = pelk::readProcOwnerUid(pid, &failedCall);
+    if (uid < 0) SLOGE("%s failed (%s)", failedCall, strerror(errno));
+    return uid;
 }
 
-int ProcessKiller::getPid(const char* name) {
-    long long value = 0;
-    for (const char* c = name; *c; ++c) {
-        if (*c < '0' || *c > '9') return -1;
-        value = value * 10 + (*c - '0');
-        // No process has a pid this large; treat it as a name that is no pid.
-        if (value > INT_MAX) return -1;
-    }
-    return static_cast<int>(value);
-}
+int ProcessKiller::getPid(const char* name) { return pelk::pidOfProcName(name); }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "command/ProcessIdentity.h"
+#include "process/ProcFs.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
-#include "manager/MountTable.h"
+// The mount-table question every mount-state query asks.
+#include "process/ProcFs.h"
 
 namespace pelk {
 
