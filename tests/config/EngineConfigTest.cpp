@@ -8,13 +8,17 @@
 #include <string>
 
 #include "config/EngineConfig.h"
+#include "support/Files.h"
 
 namespace {
+
+using testfs::readFile;
+using testfs::lines;
+using testfs::writeFile;
 
 const char kListFile[] = "/data/system/users/mirel_engine_list.xml";
 const char kSecureFsFile[] = "/data/system/users/secure_fs.xml";
 
-void writeFile(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 
 void writeEngineFile(int user, const std::string& xml) {
     std::string dir = "/data/system/users/" + std::to_string(user);

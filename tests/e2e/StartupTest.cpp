@@ -6,7 +6,7 @@
 
 #include <devprofile/DeviceProfile.h>
 
-#include "../manager/Mounts.h"
+#include "support/Mounts.h"
 #include "Daemon.h"
 
 namespace {

@@ -5,7 +5,7 @@
 
 #include <fstream>
 
-#include "keystore/KeyStoreFiles.h"
+#include "support/KeyStoreFiles.h"
 
 using keytest::Bytes;
 

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "keystore/KeyStoreFiles.h"
+#include "support/KeyStoreFiles.h"
 #include "keystore/QuarnHelper.h"
 
 using keytest::Bytes;

@@ -5,16 +5,16 @@
 #include <regex>
 #include <string>
 
-#include "LogFiles.h"
+#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
 
 namespace {
 
-using logtest::exists;
-using logtest::lines;
-using logtest::readFile;
-using logtest::writeFile;
+using testfs::exists;
+using testfs::lines;
+using testfs::readFile;
+using testfs::writeFile;
 
 const char kOngoing[] = "/data/log/pelk_ongoing";
 const char kSuccess[] = "/data/log/pelk_success";

@@ -10,16 +10,16 @@
 #include <future>
 #include <string>
 
-#include "LogFiles.h"
+#include "support/Files.h"
 #include "log/PelkLog.h"
 #include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
 
 namespace {
 
-using logtest::exists;
-using logtest::readFile;
-using logtest::writeFile;
+using testfs::exists;
+using testfs::readFile;
+using testfs::writeFile;
 
 const char kTxt[] = "/data/log/mirel_log.txt";
 const char kOld[] = "/data/log/mirel_log.old";

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "LogFiles.h"
+#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
 
 namespace {
 
-using logtest::writeFile;
+using testfs::writeFile;
 
 TEST(FotaUpgrade, ComparesTheMarkersBuildWithTheCurrentOne) {
     devprofile::set("prop.ro.build.PDA", "NEW");

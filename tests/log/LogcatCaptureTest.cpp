@@ -7,17 +7,17 @@
 #include <future>
 #include <string>
 
-#include "LogFiles.h"
+#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
 #include "base/UniqueFd.h"
 
 namespace {
 
-using logtest::exists;
-using logtest::lines;
-using logtest::readFile;
-using logtest::writeFile;
+using testfs::exists;
+using testfs::lines;
+using testfs::readFile;
+using testfs::writeFile;
 
 const char kCapture[] = "/data/log/pelk.log";
 const char kFotaCapture[] = "/data/log/pelk_fota.log";

@@ -7,7 +7,7 @@
 
 #include <devprofile/DeviceProfile.h>
 
-#include "Mounts.h"
+#include "support/Mounts.h"
 #include "manager/Pelk.h"
 
 namespace {

@@ -9,11 +9,11 @@
 #include <cerrno>
 #include <string>
 
-#include "TreeHelpers.h"
+#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
 
-using namespace treehelpers;
+using namespace testfs;
 
 namespace {
 

@@ -12,15 +12,15 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include "support/Files.h"
 
 namespace {
 
-const char kEdk[] = "/data/system/users/zanth_edk_150";
+using testfs::readFile;
+using testfs::lines;
+using testfs::writeFile;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+const char kEdk[] = "/data/system/users/zanth_edk_150";
 
 int countEntries(const char* dir) {
     int n = 0;

@@ -4,7 +4,7 @@
 #include <tzkeystore/tz_keystore.h>
 #include <unistd.h>
 
-#include "keystore/KeyStoreFiles.h"
+#include "support/KeyStoreFiles.h"
 
 TEST(HostKeyStore, DeviceKeyIsPrivateAndNeverReplaced) {
     ASSERT_EQ(TZ_KEYSTORE_initialize(), 0);

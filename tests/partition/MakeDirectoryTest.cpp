@@ -7,11 +7,11 @@
 
 #include <string>
 
-#include "TreeHelpers.h"
+#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
 
-using namespace treehelpers;
+using namespace testfs;
 
 namespace {
 

@@ -1,4 +1,6 @@
-#include "Holders.h"
+#include "support/Holders.h"
+
+#include "support/Files.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -92,12 +94,6 @@ int Holder::reap(int ms) {
 
 std::string forkedChildName() { return cmdlineOf(getpid()); }
 
-bool writeFile(const std::string& path, size_t size) {
-    for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
-        mkdir(path.substr(0, slash).c_str(), 0755);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << std::string(size, 'x');
-    return static_cast<bool>(out);
-}
+bool writeFile(const std::string& path, size_t size) { return testfs::writeFile(path, std::string(size, 'x')); }
 
 }  // namespace holders

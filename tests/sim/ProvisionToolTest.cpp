@@ -9,7 +9,7 @@
 
 #include "Sandbox.h"
 #include "config/EngineConfig.h"
-#include "keystore/KeyStoreFiles.h"
+#include "support/KeyStoreFiles.h"
 #include "keystore/QuarnHelper.h"
 
 namespace {

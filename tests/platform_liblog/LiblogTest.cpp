@@ -16,22 +16,13 @@
 #include <string>
 #include <thread>
 #include <vector>
+#include "support/Files.h"
 
 namespace {
 
-std::string readFile(const char* path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) out.push_back(line);
-    return out;
-}
+using testfs::readFile;
+using testfs::lines;
+using testfs::writeFile;
 
 // Runs body in a child and answers its exit status.
 int inChild(const std::function<void()>& body) {

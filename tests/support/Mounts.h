@@ -15,17 +15,12 @@
 #include <string>
 
 #include "partition/Partition.h"
+#include "support/Files.h"
 #include "base/UniqueFd.h"
 
 namespace mounts {
 
-inline bool makeDirs(const std::string& path) {
-    for (size_t pos = path.find('/', 1);; pos = path.find('/', pos + 1)) {
-        std::string prefix = path.substr(0, pos);
-        if (mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) return false;
-        if (pos == std::string::npos) return true;
-    }
-}
+using testfs::makeDirs;
 
 inline bool mountTmpfs(const std::string& path) {
     return makeDirs(path) && mount("tmpfs", path.c_str(), "tmpfs", 0, nullptr) == 0;

@@ -12,22 +12,22 @@
 #include <string>
 #include <vector>
 
-#include "keystore/KeyStoreFiles.h"
+#include "support/KeyStoreFiles.h"
 #include "log/PelkLog.h"
 #include "manager/Pelk.h"
+#include "support/Files.h"
 
 using keytest::Bytes;
 
 namespace {
 
+using testfs::readFile;
+using testfs::lines;
+using testfs::writeFile;
+
 const int kUser = 150;
 const char kEdek[] = "/data/system/users/150/zanth_edk_de_150";
 const char kEdk[] = "/data/system/users/zanth_edk_150";
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 class PelkKeys : public testing::Test {
 protected:

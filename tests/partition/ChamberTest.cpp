@@ -10,12 +10,12 @@
 
 #include <string>
 
-#include "TreeHelpers.h"
+#include "support/Files.h"
 #include "config/EngineConfig.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
 
-using namespace treehelpers;
+using namespace testfs;
 
 namespace {
 

@@ -17,11 +17,11 @@
 #include <utility>
 #include <vector>
 
-#include "TreeHelpers.h"
+#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
 
-using namespace treehelpers;
+using namespace testfs;
 
 namespace {
 
