@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <private/android_filesystem_config.h>
 
+#include "process/ProcFs.h"
 #include "process/ProcessKiller.h"
 #include "base/UniqueHandle.h"
 
@@ -51,7 +52,7 @@ void logHolder(const char* prefix, const char* what, const char* name, int pid, 
 // Polls until /proc/<pid> is gone, three times at most.
 void waitForDeath(int pid) {
     char path[256];
-    snprintf(path, sizeof(path), "/proc/%d", pid);
+    pelk::procPath(path, sizeof(path), pid, nullptr);
     for (int i = 0; i < kDeathChecks && access(path, F_OK) == 0; ++i) {
         SLOGD("Wait for death %s ", path);
         usleep(kDeathPollUs);
