@@ -38,7 +38,10 @@ bool installStopHandler() {
     struct sigaction sa{};
     sa.sa_handler = onStopSignal;
     sigemptyset(&sa.sa_mask);
-    sa.sa_flags = SA_RESTART;
+    // No SA_RESTART: the read in main must come back with EINTR. A runtime
+    // that defers handlers to the end of the interrupted call (a thread
+    // sanitizer does) would otherwise never run this one while main waits.
+    sa.sa_flags = 0;
     return sigaction(SIGTERM, &sa, nullptr) == 0 && sigaction(SIGINT, &sa, nullptr) == 0;
 }
 
@@ -60,6 +63,8 @@ int main() {
     log->startLog();
     log->startLogcat();
 
+    // Interrupted (the handler may run only once the call is over), the
+    // read is tried again and then finds the handler's byte.
     char byte;
     while (read(sStopPipe[0], &byte, 1) < 0 && errno == EINTR) {
     }

@@ -8,6 +8,7 @@
 #include <sysutils/SocketClient.h>
 
 #include "command/CommandReply.h"
+#include "command/PeerProcess.h"
 #include "process/ProcFs.h"
 #include "manager/Pelk.h"
 
@@ -16,6 +17,10 @@ namespace {
 // The pid of the last caller that passed the full check; 0 for none yet.
 // Read and written only on the "pelk" listener thread.
 int sSystemServerPid = 0;
+// That caller as a process (its pidfd; -1 where only the number is known):
+// the number above counts only while this process lives, so a later
+// process given the same number is checked in full.
+pelk::UniqueFd sSystemServerProcess;
 
 // Bytes of a command line that are read: enough for any name compared here.
 const size_t kCmdlineRead = 200;
@@ -39,7 +44,13 @@ int PelkdCommand::runCommand(SocketClient* cli, int argc, char** argv) {
 bool PelkdCommand::isSystemServerCommand(SocketClient* cli) {
     int pid = cli->getPid();
     int parentUid = -1;
-    if (sSystemServerPid != 0 && sSystemServerPid == pid) return true;
+    // A peer that has exited has no /proc entry of its own any more: one
+    // under its number belongs to someone else. Refused as an entry that
+    // cannot be read is.
+    pelk::PeerProcess peer(cli->getSocket(), pid);
+    if (!peer.alive()) return false;
+    if (sSystemServerPid != 0 && sSystemServerPid == pid && pelk::PeerProcess::keptAlive(sSystemServerProcess.get()))
+        return true;
 
     char cmdline[kCmdlineRead + 1];
     if (pelk::readProcCmdline(pid, cmdline, sizeof(cmdline)) < 0) return false;
@@ -56,8 +67,14 @@ bool PelkdCommand::isSystemServerCommand(SocketClient* cli) {
     if (cmdlineIs(cmdline, "zygote") || cmdlineIs(cmdline, "zygote64")) {
         parentUid = pelk::readProcStatusNumber(parent, "Uid:");
     }
+    // What was read is the parent's only if it is the caller's parent still
+    // (an orphan is re-parented at once), and the caller's only if the
+    // caller is still alive now.
+    if (pelk::readProcStatusNumber(pid, "PPid:") != parent) parentUid = -1;
+    if (!peer.alive()) return false;
     if (parentUid == 0) {
         sSystemServerPid = pid;
+        sSystemServerProcess.reset(peer.release());
         return true;
     }
     SLOGE("[PID: %d] is not android system_server!!\n", pid);

@@ -20,7 +20,10 @@ public:
 
     // True when the client's command line is exactly "system_server" and
     // its parent is a zygote ("zygote" or "zygote64") whose real uid is 0.
-    // A caller that passed is remembered by pid, so its later lines cost one
-    // comparison; a restarted system_server is checked again in full.
+    // A caller that passed is remembered by pid, so its later lines skip
+    // /proc; a restarted system_server is checked again in full. The pid is
+    // bound to the process: a client whose connecting process has exited is
+    // refused (its number may be someone else's by now), and the remembered
+    // pid counts only while the process that passed is alive.
     static bool isSystemServerCommand(SocketClient* cli);
 };

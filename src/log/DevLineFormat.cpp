@@ -37,8 +37,10 @@ int PelkLog::formatTime(char* line) {
     const char* secondsEnd = dot ? dot : stampEnd;
     copyField(seconds, sizeof(seconds), line, std::min(static_cast<size_t>(secondsEnd - line), kSecondsMax));
 
+    // Always the three characters after the full stop, as far as the line
+    // goes: a shorter fraction brings the bar and the message's start along.
     char millis[kMillisMax + 1] = "";
-    if (dot) copyField(millis, sizeof(millis), dot + 1, std::min(static_cast<size_t>(stampEnd - dot - 1), kMillisMax));
+    if (dot) copyField(millis, sizeof(millis), dot + 1, std::min(static_cast<size_t>(end - dot - 1), kMillisMax));
 
     const char* message = bar ? bar + 1 : line;
     size_t messageLength = static_cast<size_t>(end - message);

@@ -23,7 +23,13 @@ const char* const kViewRoots[] = {"/mnt/zanth/default/emulated", "/mnt/zanth/rea
                                   "/mnt/zanth/write/emulated"};
 
 void formatEngineChamberPath(char* out, const char* mntPath, int engineId) {
-    pelk::formatPath(out, "%s/Chamber.%d", mntPath, engineId);
+    (void)pelk::formatBelow(out, mntPath, "/Chamber.%d", engineId);
+}
+
+// The registry hears only of paths inside an area: the empty path of an
+// area of unknown type names none (joined, it would be the root's).
+void registerChamber(int id, const char* path) {
+    if (path[0] != '\0') add_chamber_directory(id, path);
 }
 
 // Replaces whatever stands at path (a file, a link) by a fresh directory,
@@ -70,13 +76,13 @@ void Partition::createEngineChamber(int engineId) {
     char path[PATH_SIZE];
     formatEngineChamberPath(path, mMntPath, engineId);
     makeEngineChamberDirectory(*this, path);
-    add_chamber_directory(engineId, path);
+    registerChamber(engineId, path);
 }
 
 void Partition::removeEngineChamber(int engineId) {
     char path[PATH_SIZE];
     formatEngineChamberPath(path, mMntPath, engineId);
-    del_chamber_directory(path);
+    if (path[0] != '\0') del_chamber_directory(path);
     clearDirectory(path, 1, nullptr);
 }
 
@@ -91,7 +97,7 @@ void Partition::enableEngineChambers(engine_list* list) {
         SLOGE("Adding chamber %s", path);
         dump_engine("adding-chamber", e);
         if (e->flags & kEngineHasChamber) {
-            add_chamber_directory(e->id, path);
+            registerChamber(e->id, path);
         } else {
             // The unclosed bracket is part of the known message.
             SLOGE("engine->flags[%08x] doesn't contain [%08x", e->flags, kEngineHasChamber);

@@ -28,19 +28,24 @@ constexpr int kRemoveTries = sizeof(kRemoveActions) / sizeof(kRemoveActions[0]);
 constexpr useconds_t kRemovePauseUs = 50;
 
 
-// Empties one sub-directory of an open directory (the directory itself stays).
-int clearSubdirectory(Partition& partition, int dirFd, const char* name, int (*filter)(const char*, int)) {
+// Empties one sub-directory of an open directory (the directory itself
+// stays). Answers false when the sub-directory could not be walked at all;
+// *result is then -1, else the walk's answer.
+bool clearSubdirectory(Partition& partition, int dirFd, const char* name, int (*filter)(const char*, int),
+                       int* result) {
+    *result = -1;
     pelk::UniqueFd subFd(openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!subFd.ok()) {
         ALOGE("Couldn't openat %s: %s\n", name, strerror(errno));
-        return -1;
+        return false;
     }
     pelk::UniqueDir sub(pelk::Fdopendir(std::move(subFd)));
     if (!sub) {
         ALOGE("Couldn't fdopendir %s: %s\n", name, strerror(errno));
-        return -1;
+        return false;
     }
-    return partition.clearDirContents(sub.get(), filter);
+    *result = partition.clearDirContents(sub.get(), filter);
+    return true;
 }
 
 }  // namespace
@@ -104,7 +109,14 @@ int Partition::clearDirContents(DIR* dir, int (*filter)(const char*, int)) {
         if (filter && filter(name, isDir ? 1 : 0) != 0) continue;
 
         if (isDir) {
-            if (clearSubdirectory(*this, dirFd, name, filter) != 0) result = -1;
+            int walked = 0;
+            // A sub-directory that could not be looked into is left where it
+            // is: its contents were never seen, so it is not ours to remove.
+            if (!clearSubdirectory(*this, dirFd, name, filter, &walked)) {
+                result = -1;
+                continue;
+            }
+            if (walked != 0) result = -1;
             if (unlinkat(dirFd, name, AT_REMOVEDIR) != 0) {
                 ALOGE("Couldn't unlinkat %s: %s\n", name, strerror(errno));
                 result = -1;

@@ -91,7 +91,9 @@ int Partition::syncPkgDir(Partition* other) {
         char srcEntry[PATH_SIZE];
         char dstEntry[PATH_SIZE];
         // A cut path would name some other folder: such an entry is left out.
-        if (!pelk::formatPath(srcEntry, "%s/%s", source, name) || !pelk::formatPath(dstEntry, "%s/%s", target, name))
+        // An empty target (an area of unknown type) gives empty target
+        // entries: missing, and never made at the root.
+        if (!pelk::formatPath(srcEntry, "%s/%s", source, name) || !pelk::formatBelow(dstEntry, target, "/%s", name))
             continue;
         struct stat srcSt = {};
         struct stat dstSt = {};
@@ -124,6 +126,11 @@ int Partition::syncPkgDir(Partition* other) {
 void Partition::getPkgPath(const char* pkg, char* out, int size) {
     if (!out || size <= 0) return;
     const size_t cap = static_cast<size_t>(size);
+    // An area of unknown type has no path, so no package path lies in it.
+    if (mMntPath[0] == '\0') {
+        out[0] = '\0';
+        return;
+    }
     // The sensitive-data areas are device-wide, so their per-user folder is
     // part of the path.
     if (mType == PARTITION_MIREL_USER || mType == PARTITION_MIREL_MEDIA)

@@ -16,9 +16,12 @@ constexpr size_t kPrefixBufferSize = Partition::PATH_SIZE + 2;
 // Calls step(prefix) for each prefix in turn and stops at the first non-zero
 // answer, which it returns; 0 when every step answered 0. With stopAtPath,
 // the walk also ends (answering 0) once the prefix built so far begins with
-// the whole path.
+// the whole path. The empty path (an area of unknown type) is one prefix,
+// itself: it names nothing and cannot be made, so the step's failure is
+// what the caller reports, and nothing is made at the root instead.
 template <typename Step>
 int walkPathPrefixes(const char* path, bool stopAtPath, Step step) {
+    if (path[0] == '\0') return step(path);
     const size_t pathLen = strlen(path);
     char built[kPrefixBufferSize];
     size_t len = 0;

@@ -16,6 +16,7 @@
 #include <cerrno>
 
 #include "partition/Partition.h"
+#include "partition/PartitionFormat.h"
 #include "partition/PartitionPathPrefixes.h"
 
 namespace {
@@ -72,8 +73,9 @@ int Partition::makeRelativeDirectory(const char* relativePath, unsigned int mode
     if (!(isZanthUser(mUserId) && isLegacyEncryption(mUserId))) return 1;
 
     char full[PATH_SIZE];
-    // The relative path brings its own leading slash.
-    snprintf(full, sizeof(full), "%s%s", mMntPath, relativePath);
+    // The relative path brings its own leading slash. An over-long join is
+    // cut; an empty mount path gives an empty join, made nowhere.
+    (void)pelk::formatBelow(full, mMntPath, "%s", relativePath);
     SLOGD("makeRelativeDirectory: %s", full);
 
     return pelk::walkPathPrefixes(full, false, [&](const char* prefix) {

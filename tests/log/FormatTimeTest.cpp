@@ -25,7 +25,16 @@ TEST(FormatTime, RewritesSecondsAsLocalTimeAndKeepsMilliseconds) {
     EXPECT_EQ(rewrite("1447600000.123|message text\n"), "11-15 15:06:40.123|message text\n");
     EXPECT_EQ(rewrite("1447600000.123|message text\n", "EST5"), "11-15 10:06:40.123|message text\n");
     EXPECT_EQ(rewrite("1447600000.123456|no newline"), "11-15 15:06:40.123|no newline\n");
-    EXPECT_EQ(rewrite("1447600000.5|a|b\n"), "11-15 15:06:40.5|a|b\n");
+    EXPECT_EQ(rewrite("1447600000.5|a|b\n"), "11-15 15:06:40.5|a|a|b\n");
+}
+
+TEST(FormatTime, ShortFractionsStillGiveThreeCharactersAfterTheFullStop) {
+    EXPECT_EQ(rewrite("1447600000.5|msg\n"), "11-15 15:06:40.5|m|msg\n");
+    EXPECT_EQ(rewrite("1447600000.12|msg"), "11-15 15:06:40.12||msg\n");
+    EXPECT_EQ(rewrite("1447600000.|msg"), "11-15 15:06:40.|ms|msg\n");
+    // The line ends first: nothing past it is read.
+    EXPECT_EQ(rewrite("1447600000.5|"), "11-15 15:06:40.5||\n");
+    EXPECT_EQ(rewrite("1447600000.5"), "11-15 15:06:40.5|1447600000.5\n");
 }
 
 TEST(FormatTime, MalformedLinesStayInsideTheirTextAndKeepIt) {
