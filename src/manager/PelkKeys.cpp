@@ -241,3 +241,22 @@ int Pelk::removePassword(int userId) {
     // Callers go on with their teardown either way.
     return 0;
 }
+
+int Pelk::changeEDKFilePermission(int userId, unsigned int mode, unsigned int uid, unsigned int gid) {
+    char path[kKeyPathSize] = {0};
+    edkPath(userId, path);
+    struct stat st;
+    if (stat(path, &st) != 0) {
+        SLOGE("EDK No available :: Error\n");
+        return -1;
+    }
+    if (chmod(path, mode) != 0) {
+        SLOGE("Failed to chmod for EDK :: Error\n");
+        return -1;
+    }
+    if (chown(path, uid, gid) != 0) {
+        SLOGE("Failed to chown for EDK :: Error\n");
+        return -1;
+    }
+    return 0;
+}
