@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "Holders.h"
+#include "support/Holders.h"
 #include "Sandbox.h"
 #include "devprofile/DeviceProfile.h"
 #include "process/ProcessKiller.h"

@@ -1,4 +1,4 @@
-#include "Holders.h"
+#include "support/Holders.h"
 
 #include <fcntl.h>
 #include <signal.h>
