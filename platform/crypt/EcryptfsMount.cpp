@@ -12,7 +12,7 @@
 //   EKEYREJECTED) and nothing is mounted. The attribute goes with the
 //   directory, so a lower directory removed and made anew takes a new key.
 //
-// The key is the 32 bytes at `key` (the 33-byte buffers of Part 2.2). The
+// The key is the 32 bytes at `key` (the manager's 33-byte key buffers). The
 // password form unwraps the user's key file with the password, "/data/
 // system/users/privatemode_edk_<user>" for the private-mode type 'g' and
 // "/data/system/users/zanth_edk_<user>" for every other type, and then

@@ -3,7 +3,7 @@
 // What the device has: eCryptfs mounts of a lower directory at an upper one,
 // which its kernel lists with the filesystem type "ecryptfs", the lower
 // directory as the device, and options that end in "userid=U" and
-// "partition_id=N" (Part 5.3 finds files by the latter).
+// "partition_id=N" (the kernel-event side finds files by the latter).
 //
 // What the host has: no eCryptfs, and no filesystem whose type the mount
 // table could show as "ecryptfs" (FUSE shows "fuse.<subtype>", overlay
