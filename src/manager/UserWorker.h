@@ -3,6 +3,8 @@
 // away). Whole walks take long, so they run beside the daemon.
 #pragma once
 
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include "manager/Pelk.h"
@@ -16,11 +18,21 @@ namespace pelk {
 template <typename Work>
 void startUserWorker(int userId, Work work) {
     if (!Pelk::waitForThreadAvailable(userId)) return;
+    // The reaper ends a worker with SIGTERM: whatever the daemon made of
+    // that signal for itself must not run in its worker, not even in the
+    // moment between the fork and the reset, so it is held back until then.
+    sigset_t all;
+    sigset_t old;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &old);
     pid_t pid = fork();
     if (pid == 0) {
+        signal(SIGTERM, SIG_DFL);
+        pthread_sigmask(SIG_SETMASK, &old, nullptr);
         work();
         _exit(0);
     }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
     if (pid > 0) Pelk::addChildToList(userId, pid);
 }
 
