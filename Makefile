@@ -4,7 +4,7 @@
 
 PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
             android-liblog-dev android-libcutils-dev android-platform-system-core-headers \
-            libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux
+            libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux xxd
 BUILD    := build
 ASAN     := build-asan
 JOBS     ?= $(shell nproc)

@@ -202,6 +202,20 @@ int buildDeviceTree() {
         return -1;
     }
     chmod("/dev/dek_log", 0600);
+    // The secure-execution device. An empty file stands in for it: the daemon
+    // only holds descriptors on it, which it marks close-on-exec before it
+    // runs the sdcard program.
+    int qseecom = open("/dev/qseecom", O_CREAT | O_WRONLY | O_CLOEXEC, 0660);
+    if (qseecom < 0) {
+        fprintf(stderr, "pelk sandbox: create /dev/qseecom: %s\n", strerror(errno));
+        return -1;
+    }
+    close(qseecom);
+    chmod("/dev/qseecom", 0660);
+    if (chown("/dev/qseecom", AID_SYSTEM, AID_DRMRPC) != 0 && geteuid() == 0) {
+        fprintf(stderr, "pelk sandbox: chown /dev/qseecom: %s\n", strerror(errno));
+        return -1;
+    }
     linkDeviceTools();
     // A profile with the device's defaults: file-based encryption, no
     // container users, real-time sleeps.

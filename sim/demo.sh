@@ -1,93 +1,126 @@
 #!/bin/bash
-# The session that `make run` shows a newcomer: the daemon is started, a
-# stand-in for system_server (pelkctl) sends it a few command lines, and each
-# line sent and each reply that came back is printed. Then a shell on the
-# device, with pelkd still running and pelkctl on the PATH.
+# The session that `make run` shows a newcomer: a container's whole life on
+# the simulated device, driven over the "pelk" socket exactly as the
+# platform's system_server drives it. Each line sent and each reply is
+# printed with one sentence of why; then a shell on the device, with pelkd
+# still running and pelkctl, zygote-sim and logcat on the PATH.
 
 # The daemon's log goes to the device log (see "logcat"), not the terminal.
 export ANDROID_LOG_TAGS='*:s'
 
 say() { printf '\n== %s\n' "$*"; }
-# Sends one command line with pelkctl (options first) and shows both sides.
+# Sends one command line with pelkctl (options first) and shows both sides;
+# a base64 key is shown shortened.
 send() {
     local opts=()
     while [[ $1 == --* ]]; do opts+=("$1" "$2"); shift 2; done
-    printf '   sent: %s%s\n' "$*" "${opts[*]:+   (pelkctl ${opts[*]})}"
+    local shown="$*"
+    [[ -n $KEY_CE ]] && shown=${shown//$KEY_CE/<CE key>}
+    [[ -n $KEY_DE ]] && shown=${shown//$KEY_DE/<DE key>}
+    [[ -n $KEY_WIDE ]] && shown=${shown//$KEY_WIDE/<device-wide key>}
+    [[ -n $KEY_WRONG ]] && shown=${shown//$KEY_WRONG/<another key>}
+    printf '   sent: %s%s\n' "$shown" "${opts[*]:+   (pelkctl ${opts[*]})}"
     pelkctl "${opts[@]}" "$@" | sed 's/^/   back: /'
 }
-daemon_log() { logcat -d -s 'pelkd:v' | grep -v 'Partition object\|^.\{33\}pelkd   : *$' | tail -n "$1" | sed 's/^/   log:  /'; }
+log_lines() { logcat -d -s "$1" | grep -E "$2" | tail -n "${3:-20}" | sed 's/^/   log:  /'; }
+mounted() { grep -E " ($1)[ /]" /proc/mounts | awk '{printf "   mount: %-36s %s\n", $2, $3}'; }
+start_daemon() {
+    pelkd &
+    PELKD_PID=$!
+    for _ in $(seq 100); do [[ -S /dev/socket/pelk && -S /dev/socket/ppm ]] && break; sleep 0.05; done
+}
+# 32 bytes as hex (for the key store) and as base64 (for the "mount" line).
+hex_key() { printf '%s' "$1" | sha256sum | cut -c1-64; }
+b64_of_hex() { printf '%s' "$1" | xxd -r -p | base64 -w0; }
 
 say "simulated device booted: $(uname -n), this shell is pid $$ inside the device"
-echo "   device profile (pelk-profile show):"
-pelk-profile show | sed 's/^/     /'
+pelk-profile set fbe 0 >/dev/null          # the older scheme: container storage is mounted by the daemon
+pelk-profile set ode 1 >/dev/null          # on-device encryption is running: mounts are the daemon's job
+pelk-profile set user.10 zanth,legacy >/dev/null
+pelk-profile set time.scale 0.01 >/dev/null  # the daemon's own waits run 100x faster
+echo "   device profile: $(pelk-profile show | tr '\n' ' ')"
 
 say "starting the daemon: pelkd serves /dev/socket/pelk (container storage) and /dev/socket/ppm (private mode)"
-pelkd &
-PELKD_PID=$!
-for _ in $(seq 100); do [[ -S /dev/socket/pelk && -S /dev/socket/ppm ]] && break; sleep 0.05; done
-ls -l /dev/socket | sed 's/^/   /'
+start_daemon
+echo "   replies are \"<code> <sequence number> <text>\": 200 done, 281 refused or failed, 501 wrong words"
 
-say "replies are \"<code> <sequence number> <text>\": 200 done, 201 still running, 281 refused or failed, 501 wrong words"
+say "container 10's keys, provisioned in the trusted key store as the platform does at creation"
+HEX_CE=$(hex_key ce-key-of-10); HEX_DE=$(hex_key de-key-of-10); HEX_WIDE=$(hex_key secure-fs-key)
+pelkprov key 10 1 4 "$HEX_CE" >/dev/null && pelkprov key 10 2 4 "$HEX_DE" >/dev/null
+KEY_CE=$(b64_of_hex "$HEX_CE"); KEY_DE=$(b64_of_hex "$HEX_DE"); KEY_WIDE=$(b64_of_hex "$HEX_WIDE")
+KEY_WRONG=$(b64_of_hex "$(hex_key not-the-key)")
+echo "   key store files: $(ls /data/misc/fips_quarn_keystore/user_0/ | wc -l) (names and contents wrapped)"
 
-say "is container 10's storage mounted? (this device uses file-based encryption, so the answer is always yes)"
+say "create_partition <user> <type>: the backing directories of CE (1), DE (3) and the device-wide store (2)"
+send create_partition 10 1
+send create_partition 10 3
+send create_partition 0 2
+ls -ld /data/zanth/data/10 /data/zanth/data_de/10 /data/zanth/secure_fs/enc_user | sed 's/^/   dir:  /'
+
+say "is_mounted 10: a legacy container whose storage is down answers failed"
 send is_mounted 10
 
-say "a legacy container on a device without file-based encryption: its storage can be down"
-pelk-profile set fbe 0
-pelk-profile set user.10 zanth,legacy
+say "mount <user> <base64 key> <flag> <type>: DE (3) first, then CE (1), then the device-wide store (2)"
+send mount 10 "$KEY_DE" 1 3
+send mount 10 "$KEY_CE" 1 1
+send mount 0 "$KEY_WIDE" 1 2
+mounted '/data/user/10|/data/user_de/10|/data/system_ce/10|/data/misc_ce/10|/mnt/zanth/[a-z]+/emulated/10|/data/enc_user'
+echo "   the keys never reach the log, only the leading words:"
+log_lines pelkd:v 'CMD > mount' 3
 send is_mounted 10
-echo "   (mounting tmpfs on its three DE areas)"
-for d in /data/user_de/10 /data/misc_de/10 /data/system_de/10; do mkdir -p "$d" && mount -t tmpfs tmpfs "$d"; done
+
+say "an app of user 0 (uid 10123 in its own mount namespace) now sees the container's emulated storage"
+zygote-sim --user 0 --app 123 --name com.example.viewer -- sh -c 'ls -ld /storage/emulated/10; echo "hello from the personal side" > /storage/emulated/10/note.txt' | sed 's/^/   app:  /'
+echo "   the same bytes in the container's sdcard area: $(cat /data/zanth/sdcard/10/note.txt 2>/dev/null)"
+
+say "an app of the container keeps a file open in its CE data area; unmount CE and DE while it holds it"
+echo "kept across mounts" > /data/user/10/diary.txt
+zygote-sim --user 10 --app 77 --name com.example.diary --detach -- sh -c 'exec 3</data/user/10/diary.txt; sleep 600' >/tmp/holder.pid
+HOLDER=$(cat /tmp/holder.pid)
+echo "   holder: pid $HOLDER ($(tr '\0' ' ' </proc/$HOLDER/cmdline))"
+send unmount 10 1
+send unmount 10 3
+echo "   the process killer's lines:"
+log_lines ProcessKiller:v 'has open file|Sending' 6
+[[ -d /proc/$HOLDER ]] && echo "   the holder is still there" || echo "   the holder is gone"
+mounted '/data/user/10|/data/user_de/10' || true
+echo "   (nothing of container 10 is mounted any more)"
+
+say "another key is refused and leaves nothing mounted; the right key brings the data back"
+send mount 10 "$KEY_WRONG" 1 1
+mounted '/data/user/10' || echo "   nothing mounted at /data/user/10"
+send mount 10 "$KEY_DE" 1 3
+send mount 10 "$KEY_CE" 1 1
+echo "   /data/user/10/diary.txt: $(cat /data/user/10/diary.txt)"
+
+say "a reboot: the daemon stops, every mount goes, and the booting platform asks for a pre-mount"
+kill "$PELKD_PID"; wait "$PELKD_PID" 2>/dev/null
+grep -E ' /(data/(user|user_de|system_ce|system_de|misc_ce|misc_de|enc_user)/|mnt/zanth/|mnt/runtime/[a-z]+/emulated/|mnt/shell/enc)' /proc/mounts |
+    awk '{print $2}' | sort -r | while read -r m; do umount -l "$m"; done
+echo "   mounts of container 10 left: $(grep -c '/10 ' /proc/mounts)"
+start_daemon
+send premount
+mounted '/data/user/10|/data/user_de/10|/data/system_ce/10|/data/misc_ce/10'
+echo "   /data/user/10/diary.txt: $(cat /data/user/10/diary.txt 2>/dev/null)"
+echo "   status files:"
+for f in /data/log/pelk_success /data/log/pelk_error; do
+    [[ -f $f ]] && { echo "   $f:"; sed 's/^/     /' "$f"; }
+done
 send is_mounted 10
 
-say "wrong number of words: both counts are quoted"
-send is_mounted
-
-say "file information: modification time and size; a missing file always reads as error number 1"
-send get_file_info /data/local/tmp 10
-send get_file_info /data/local/tmp/missing 10
-
-say "chambers are no longer made on request; other secure_fs sub-commands are acknowledged"
-send secure_fs create_chamber 0 10
-send secure_fs set_policy 0 10
-
-say "commands whose storage work is not built into this daemon yet answer failed"
-send mount 10 c2VjcmV0IGtleSB0aGF0IG5ldmVyIHJlYWNoZXMgdGhlIGxvZw== 1 1
-echo "   the key never reaches the log, only the leading words:"
-daemon_log 1
-
-say "container 10's keys and password, provisioned as the platform would (pelkprov)"
-pelkprov key 10 1 4 random >/dev/null && pelkprov password 10 first-secret
-echo "   key store files: $(ls /data/misc/fips_quarn_keystore/user_0/ | wc -l) (names are encrypted)"
-echo "   password key file: $(ls /data/system/users/ | grep zanth_edk)"
-send verify_password 10 first-secret
-send change_password 10 first-secret second-secret
-send verify_password 10 first-secret
-echo "   the passwords never reach the log, only the leading words:"
-logcat -d -s pelkd:v | grep -E 'CMD > (verify|change)_password' | sed 's/^/   log:  /'
-
-say "only the real system_server may talk: a process named \"system_server2\" is refused"
-send --caller suffix is_mounted 10
-daemon_log 1
-say "and so is a system_server whose zygote parent does not run as root"
-send --caller zygote-not-root is_mounted 10
-daemon_log 2
-
-say "the private-mode socket serves any caller (here pelkctl as itself)"
-send --socket ppm --caller self unmount_privatemode 0 /mnt/x
-
-say "the kernel's key-event log: a line written to /dev/dek_log is copied with a readable time"
-echo "1447600000.123|demo key event" > /dev/dek_log
-for _ in $(seq 40); do [[ -s /data/log/mirel_log.txt ]] && break; sleep 0.05; done
-sed 's/^/   mirel_log.txt: /' /data/log/mirel_log.txt 2>/dev/null
+say "remove_partition: the CE storage is taken down and removed with the password file"
+send unmount 10 1
+send remove_partition 10 1
+echo "   (without FBE the sdcard's source and mount paths are one folder; the second clear finds it gone: \"failed\", as the platform knows it)"
+ls -d /data/zanth/data/10 2>/dev/null || echo "   /data/zanth/data/10 is gone"
 
 say "a shell on the device: pelkd runs as pid $PELKD_PID. Try"
 cat <<'EOF'
      pelkctl is_mounted 10                      one command line
      pelkctl                                    then type lines, one per command
-     pelkctl --caller full-path is_mounted 10   a refused caller (pelkctl --help lists them)
+     zygote-sim --user 0 -- ls /storage/emulated   an app's view of the storage
      logcat -d -s pelkd                         the daemon's log
      pelk-profile show                          the device profile
    'exit' leaves the device; everything made in it but /data goes with it.
 EOF
-exec /bin/bash --norc -i
+[[ -t 0 ]] && exec /bin/bash --norc -i

@@ -24,8 +24,12 @@ namespace {
 // wake a thread. A handler (not a blocked mask) is used because blocked
 // signals would be inherited by every program the daemon executes.
 int sStopPipe[2] = {-1, -1};
+// The daemon's own pid: a worker the engine forked shares the pipe, and its
+// SIGTERM must never stop the daemon.
+pid_t sDaemonPid = -1;
 
 void onStopSignal(int) {
+    if (getpid() != sDaemonPid) _exit(0);
     int saved = errno;
     char byte = 1;
     ssize_t ignored = write(sStopPipe[1], &byte, 1);
@@ -34,6 +38,7 @@ void onStopSignal(int) {
 }
 
 bool installStopHandler() {
+    sDaemonPid = getpid();
     if (pipe2(sStopPipe, O_CLOEXEC) != 0) return false;
     struct sigaction sa{};
     sa.sa_handler = onStopSignal;

@@ -50,6 +50,11 @@ bool countMatches(int given, int expected) {
     return false;
 }
 
+int replySuccess(SocketClient* cli) {
+    sendReply(cli, REPLY_OK, "success");
+    return 0;
+}
+
 int replyFailed(SocketClient* cli) {
     sendReply(cli, REPLY_FAILED, "failed");
     return -1;

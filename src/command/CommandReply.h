@@ -36,6 +36,8 @@ int replyWrongCount(SocketClient* cli, int given, int expected);
 // Logs "FATAL: different number of paramerter given [given] != [expected]"
 // at ERROR when the counts differ; true when they match.
 bool countMatches(int given, int expected);
+// 200 "success"; answers 0.
+int replySuccess(SocketClient* cli);
 // 281 "failed"; answers -1.
 int replyFailed(SocketClient* cli);
 // 281 "failed <r> <strerror(-r)>" for a negative r, 281 "failed <r>" for a

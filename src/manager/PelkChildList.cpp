@@ -24,6 +24,13 @@ bool hasWorker(int userId) {
     return Pelk::remountChildList.count(userId) != 0;
 }
 
+// Erases the user's entry if it still names this worker.
+void forget(const std::pair<int, int>& worker) {
+    std::lock_guard<std::mutex> guard(Pelk::remountChildListLock);
+    auto it = Pelk::remountChildList.find(worker.first);
+    if (it != Pelk::remountChildList.end() && it->second == worker.second) Pelk::remountChildList.erase(it);
+}
+
 }  // namespace
 
 void Pelk::addChildToList(int userId, int pid) {
@@ -52,6 +59,12 @@ void Pelk::clearChildList() {
         workers.assign(remountChildList.begin(), remountChildList.end());
     }
     for (const auto& worker : workers) {
+        // A worker that was never forked is recorded as -1; waiting for or
+        // signalling "-1" would mean every child, or every process.
+        if (worker.second <= 0) {
+            forget(worker);
+            continue;
+        }
         int status = 0;
         pid_t reaped = TEMP_FAILURE_RETRY(waitpid(worker.second, &status, WNOHANG));
         // A worker ended by a signal keeps its entry, as the platform expects.
@@ -63,9 +76,7 @@ void Pelk::clearChildList() {
             kill(worker.second, SIGTERM);
             TEMP_FAILURE_RETRY(waitpid(worker.second, &status, 0));
         }
-        std::lock_guard<std::mutex> guard(remountChildListLock);
-        auto it = remountChildList.find(worker.first);
-        if (it != remountChildList.end() && it->second == worker.second) remountChildList.erase(it);
+        forget(worker);
     }
 }
 

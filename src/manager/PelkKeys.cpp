@@ -25,6 +25,7 @@
 #include "keystore/QuarnHelper.h"
 #include "log/PelkLog.h"
 #include "manager/Pelk.h"
+#include "manager/StorageReport.h"
 #include "tools/Base64.h"
 #include "base/UniqueFd.h"
 #include "base/Secret.h"
@@ -48,12 +49,6 @@ void edkPath(int userId, char* path) {
 
 void deEdkPath(int userId, char* path) {
     snprintf(path, kKeyPathSize, "/data/system/users/%d/zanth_edk_de_%d", userId, userId);
-}
-
-// DE key failures show in the system log and in the daemon's own log.
-void reportDeFailure(const char* text) {
-    ALOGE("%s", text);
-    PelkLog::Instance()->stampPelkLog(PelkLog::LEVEL_ERROR, "%s", text);
 }
 
 // Gives a key file to the system user alone; a file that cannot be given
@@ -103,7 +98,7 @@ int readEdek(const char* path, const unsigned char* aesKey, const unsigned char*
     pelk::SecretBuffer<kMaxCipherSize + kAesBlock> plain;
     int plainLen = aes_256_cbc_decrypt(cipher, cipherLen, aesKey, iv, plain.data());
     if (plainLen != kRawKeySize) {
-        reportDeFailure("Prepare DE ERROR : Failed to decrypt fekek_de!!\n");
+        pelk::reportPrepareFailure("Prepare DE ERROR : Failed to decrypt fekek_de!!\n");
         return -1;
     }
     memcpy(deKey, plain.data(), kRawKeySize);
@@ -113,13 +108,13 @@ int readEdek(const char* path, const unsigned char* aesKey, const unsigned char*
 // Makes a new random DE key into `deKey` and writes its EDEK file.
 int writeNewEdek(const char* path, const unsigned char* aesKey, const unsigned char* iv, unsigned char* deKey) {
     if (generate_random_key(deKey, kRawKeySize) != 0) {
-        reportDeFailure("Prepare DE ERROR : Failed to create fekek_de!!\n");
+        pelk::reportPrepareFailure("Prepare DE ERROR : Failed to create fekek_de!!\n");
         return -1;
     }
     unsigned char cipher[kMaxCipherSize + kAesBlock];
     int cipherLen = aes_256_cbc_encrypt(deKey, kRawKeySize, aesKey, iv, cipher);
     if (cipherLen < 0) {
-        reportDeFailure("Prepare DE ERROR : Failed to encrypt fekek_de!!\n");
+        pelk::reportPrepareFailure("Prepare DE ERROR : Failed to encrypt fekek_de!!\n");
         return -1;
     }
     if (cipherLen > kMaxCipherSize) return -1;
@@ -174,7 +169,7 @@ int Pelk::getDEKeyFromEDEK(int userId, char* key, bool create) {
         std::unique_ptr<QuarnHelper> helper(new QuarnHelper(userId, kQuarnKeyCe));
         int rc = helper->getKeyFromQuarnKeyStore(ceKey.data(), &ceLen);
         if (rc == -1 || ceLen <= 0) {
-            reportDeFailure("Prepare DE ERROR : Failed to get fekek_ce!!\n");
+            pelk::reportPrepareFailure("Prepare DE ERROR : Failed to get fekek_ce!!\n");
             return -1;
         }
     }
@@ -239,5 +234,24 @@ int Pelk::removePassword(int userId) {
     int rc = fips_delete_edk(path);
     SLOGD(rc != 0 ? "Delete:: Error\n" : "Delete:: Success\n");
     // Callers go on with their teardown either way.
+    return 0;
+}
+
+int Pelk::changeEDKFilePermission(int userId, unsigned int mode, unsigned int uid, unsigned int gid) {
+    char path[kKeyPathSize] = {0};
+    edkPath(userId, path);
+    struct stat st;
+    if (stat(path, &st) != 0) {
+        SLOGE("EDK No available :: Error\n");
+        return -1;
+    }
+    if (chmod(path, mode) != 0) {
+        SLOGE("Failed to chmod for EDK :: Error\n");
+        return -1;
+    }
+    if (chown(path, uid, gid) != 0) {
+        SLOGE("Failed to chown for EDK :: Error\n");
+        return -1;
+    }
     return 0;
 }

@@ -76,7 +76,7 @@ public:
     // Writes the parent directory of a path into `out` (PATH_SIZE bytes).
     int extractDirectory(const char* path, char* out);
     // 1 when the path resolves to itself, else -1.
-    int isCanonicalPath(const char* path);
+    static int isCanonicalPath(const char* path);
     // True when the path lies in the runtime default emulated tree.
     bool isSdcardPath(const char* path);
     // Makes and registers the "Chamber" directory of an sdcard partition.

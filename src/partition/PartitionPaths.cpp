@@ -15,6 +15,7 @@
 
 #include <cerrno>
 
+#include "partition/DirectoryChain.h"
 #include "partition/Partition.h"
 #include "partition/PartitionFormat.h"
 #include "partition/PartitionPathPrefixes.h"
@@ -32,32 +33,7 @@ bool exists(const char* path) {
 }  // namespace
 
 int Partition::makeDirectory(const char* path, unsigned int mode, unsigned int uid, unsigned int gid) {
-    if (strlen(path) >= static_cast<size_t>(PATH_SIZE)) {
-        SLOGE("the length of path is too long\n");
-        return -1;
-    }
-    SLOGD("makeDirectory(%s)", path);
-
-    return pelk::walkPathPrefixes(path, true, [&](const char* prefix) {
-        // Directories that are already there keep their owner and mode.
-        if (exists(prefix)) return 0;
-        if (mkdir(prefix, mode) != 0) {
-            if (errno == EEXIST) return 0;
-            SLOGE("mkdir failed for %s, %s\n", prefix, strerror(errno));
-            return -1;
-        }
-        // Only a directory reached without a symbolic link gets the owner,
-        // so a link planted in the chain cannot redirect the chown.
-        if (isCanonicalPath(prefix) == 1) {
-            if (chmod(prefix, mode) != 0) {
-                SLOGE("Failed to chmod for %s :: Error\n", prefix);
-                return -1;
-            }
-            if (chown(prefix, uid, gid) != 0) {
-                SLOGE("Failed to chown for %s :: Error\n", prefix);
-                return -1;
-            }
-        }
+    return pelk::makeDirectoryChain(path, mode, uid, gid, true, [this](const char* prefix) {
         if (isZanthUser(mUserId) && selinux_android_restorecon_internal(prefix, mUserId, kRestoreconFlags) < 0) {
             SLOGE("Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix,
                  mUserId);

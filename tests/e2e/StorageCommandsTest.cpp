@@ -1,0 +1,129 @@
+// A container's storage driven over "pelk" as system_server drives it:
+// create, mount, ask, unmount and remove, against real mounts of the device.
+#include <gtest/gtest.h>
+#include <persona/persona.h>
+
+#include <string>
+#include <vector>
+
+#include "Daemon.h"
+#include "devprofile/DeviceProfile.h"
+#include "partition/Partition.h"
+#include "support/Files.h"
+#include "tools/Base64.h"
+
+namespace {
+
+using e2e::pelkctl;
+
+const int kUser = 10;
+
+std::string keyText(char fill, size_t bytes = 32) {
+    std::string raw(bytes, fill);
+    raw.push_back('\0');  // the encoder reads one byte past the data
+    std::string out(((bytes + 2) / 3) * 4 + 1, '\0');
+    base64e(reinterpret_cast<const unsigned char*>(raw.data()), &out[0], static_cast<int>(bytes));
+    out.resize(strlen(out.c_str()));
+    return out;
+}
+
+std::string mountPath(int user, int type) { return Partition(user, type, nullptr, false).mMntPath; }
+
+template <size_t N>
+int mountedCount(int user, const int32_t (&types)[N]) {
+    int n = 0;
+    for (int32_t type : types) n += isMountedPath(mountPath(user, type).c_str()) ? 1 : 0;
+    return n;
+}
+
+class StorageCommands : public e2e::DaemonTest {
+protected:
+    void prepareDevice() override {
+        devprofile::set("fbe", "0");
+        devprofile::set("ode", "1");
+        devprofile::set("user.10", "zanth,legacy");
+        devprofile::set("time.scale", "0.001");
+    }
+    std::vector<std::string> send(const std::string& lines) { return pelkctl({}, lines).lines; }
+};
+
+TEST_F(StorageCommands, AContainersWholeLife) {
+    const std::string key = keyText('k');
+    auto r = send("create_partition 10 1\ncreate_partition 10 3\nis_mounted 10\n");
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "281 3 failed"}), r);
+    for (int32_t type : Partition::LIST_CE_STORAGE) EXPECT_TRUE(testfs::exists(mountPath(kUser, type))) << type;
+
+    r = send("mount 10 " + key + " 1 3\nmount 10 " + key + " 1 1\nis_mounted 10\n");
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "200 3 success"}), r);
+    EXPECT_EQ(3, mountedCount(kUser, Partition::LIST_DE_STORAGE));
+    EXPECT_EQ(4, mountedCount(kUser, Partition::LIST_CE_STORAGE));
+    EXPECT_TRUE(testfs::exists("/storage/emulated/10"));
+    ASSERT_TRUE(testfs::writeFile(mountPath(kUser, PARTITION_CE_DATA) + "/kept.txt", "data"));
+
+    r = send("unmount 10 1\nunmount 10 3\nis_mounted 10\n");
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "281 3 failed"}), r);
+    EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_DE_STORAGE));
+    EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_CE_STORAGE));
+
+    // Another key is refused and leaves nothing mounted; the right one
+    // brings the data back.
+    r = send("mount 10 " + keyText('x') + " 1 1\n");
+    EXPECT_EQ((std::vector<std::string>{"281 1 failed"}), r);
+    EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_CE_STORAGE));
+    r = send("mount 10 " + key + " 1 1\n");
+    EXPECT_EQ((std::vector<std::string>{"200 1 success"}), r);
+    EXPECT_EQ("data", testfs::readFile(mountPath(kUser, PARTITION_CE_DATA) + "/kept.txt"));
+
+    // Without FBE the sdcard's source and mount paths are one directory:
+    // the second clear finds it gone and the CE removal answers "failed",
+    // as system_server has always seen it, with every area removed.
+    r = send("unmount 10 1\nremove_partition 10 1\nremove_partition 10 3\n");
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "281 2 failed", "200 3 success"}), r);
+    EXPECT_EQ(1, liblog_count("remove directory /data/zanth/sdcard/10 failed : 2(No such file or directory)"));
+    EXPECT_FALSE(testfs::exists(Partition(kUser, PARTITION_CE_DATA, nullptr, false).mSrcPath));
+}
+
+TEST_F(StorageCommands, KeysThatAreNotWholeAreRefusedAndNeverLogged) {
+    auto r = send("mount 10 " + keyText('k', 31) + " 1 1\nmount 10 !!!! 1 3\n");
+    EXPECT_EQ((std::vector<std::string>{"281 1 failed", "281 2 failed"}), r);
+    EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_CE_STORAGE));
+    EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_DE_STORAGE));
+    for (const LogRecord& rec : liblog_records()) {
+        EXPECT_EQ(std::string::npos, rec.text.find(keyText('k', 31))) << rec.text;
+    }
+}
+
+TEST_F(StorageCommands, TypesAndUsersOutsideTheTable) {
+    auto r = send("mount 10 " + keyText('k') + " 1 7\ncreate_partition -1 1\nremove_partition -3 1\n"
+                  "create_partition 10 9\nremove_partition 10 9\nunmount 10 9\n");
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "281 2 userId failed", "281 3 userId failed",
+                                        "281 4 failed", "281 5 failed", "200 6 success"}),
+              r);
+    // Type 9 takes the device-wide areas down without saying so.
+    EXPECT_EQ(0, liblog_count("unmounting device wide partitions"));
+}
+
+TEST_F(StorageCommands, FbeDevicesRefuseContainerMountsAndOdeGatesThem) {
+    devprofile::set("fbe", "1");
+    auto r = send("mount 10 " + keyText('k') + " 1 1\nunmount 10 1\ncreate_partition 10 1\n");
+    EXPECT_EQ((std::vector<std::string>{"281 1 Not allowed to mount partition on FBE devices",
+                                        "281 2 Not allowed to unmount partition on FBE devices",
+                                        "281 3 Not allowed to create partition on FBE devices"}),
+              r);
+    devprofile::set("fbe", "0");
+    devprofile::set("ode", "0");
+    r = send("mount 10 " + keyText('k') + " 1 1\npremount\n");
+    EXPECT_EQ((std::vector<std::string>{"281 1 failed", "200 2 success"}), r);
+}
+
+TEST_F(StorageCommands, AFailedCreateAnswersBeforeItCleansUp) {
+    // The third CE area cannot be made (a file where its parent folder
+    // belongs): the first two are removed again after the reply.
+    std::string misc = Partition(kUser, PARTITION_CE_MISC, nullptr, false).mSrcPath;
+    ASSERT_TRUE(testfs::writeFile(misc.substr(0, misc.rfind('/')), "in the way"));
+    auto r = send("create_partition 10 1\n");
+    EXPECT_EQ((std::vector<std::string>{"281 1 failed"}), r);
+    EXPECT_FALSE(testfs::exists(Partition(kUser, PARTITION_CE_DATA, nullptr, false).mSrcPath));
+}
+
+}  // namespace

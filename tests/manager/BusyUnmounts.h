@@ -1,0 +1,87 @@
+// A device kernel refuses to unmount a busy mount; the host kernel detaches
+// even a busy mount at once when asked lazily. To test the retry policy
+// against real holder processes, the work runs in a child whose umount2
+// calls are handed to this process (a seccomp user notification) and refused
+// with EBUSY while `busy()` answers true; otherwise the call goes on to the
+// kernel unchanged.
+#pragma once
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <poll.h>
+#include <signal.h>
+#include <stddef.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "base/UniqueFd.h"
+
+namespace busy {
+
+// Installs the filter in the calling process; answers the listener or -1.
+inline int interceptUmount() {
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_umount2, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    sock_fprog program = {static_cast<unsigned short>(sizeof(code) / sizeof(code[0])), code};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return -1;
+    return static_cast<int>(
+        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
+}
+
+// Runs work() in a child under the filter and answers for its umount2 calls
+// until it exits. Answers work()'s result (0..255), or -1 when the set-up
+// failed.
+inline int runWithBusyKernel(const std::function<int()>& work, const std::function<bool()>& busy) {
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) return -1;
+    pelk::UniqueFd readEnd(ready[0]);
+    pelk::UniqueFd writeEnd(ready[1]);
+    pid_t child = fork();
+    if (child == 0) {
+        int listener = interceptUmount();
+        if (write(writeEnd.get(), &listener, sizeof(listener)) != sizeof(listener) || listener < 0) _exit(255);
+        _exit(work() & 0xff);
+    }
+    writeEnd.reset();
+    int childListener = -1;
+    if (child < 0 || read(readEnd.get(), &childListener, sizeof(childListener)) != sizeof(childListener)) return -1;
+    pelk::UniqueFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+    pelk::UniqueFd listener(
+        pidfd.ok() && childListener >= 0 ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
+                                         : -1);
+    if (!listener.ok()) {
+        // Nobody could answer the child's calls: it would wait forever.
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        return -1;
+    }
+    for (;;) {
+        int status = 0;
+        if (waitpid(child, &status, WNOHANG) == child) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        pollfd p = {listener.get(), POLLIN, 0};
+        if (poll(&p, 1, 20) <= 0 || !(p.revents & POLLIN)) continue;
+        seccomp_notif request = {};
+        if (ioctl(listener.get(), SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) continue;
+        seccomp_notif_resp reply = {};
+        reply.id = request.id;
+        if (busy()) {
+            reply.error = -EBUSY;
+        } else {
+            reply.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+        }
+        ioctl(listener.get(), SECCOMP_IOCTL_NOTIF_SEND, &reply);
+    }
+}
+
+}  // namespace busy
