@@ -74,7 +74,11 @@ int main() {
     while (read(sStopPipe[0], &byte, 1) < 0 && errno == EINTR) {
     }
     // Nothing is torn down: the listener threads may be in the middle of a
-    // command, and the device reclaims everything with the process.
-    fflush(nullptr);
+    // command, and the device reclaims everything with the process. Only the
+    // standard streams are flushed: another thread may sit in a read of its
+    // own stream (the logcat capture), whose lock a flush of every stream
+    // would wait for forever.
+    fflush(stdout);
+    fflush(stderr);
     _exit(0);
 }
