@@ -50,6 +50,7 @@
 #include <unistd.h>
 
 #include <map>
+#include <sstream>
 #include <tuple>
 
 #include "base/FileIo.h"
@@ -85,15 +86,12 @@ bool readWhole(const std::string& path, std::string* out) {
     return fd.ok() && pelk::readAll(fd.get(), out);
 }
 
+// Fields are single words: the kernel escapes the blanks inside them.
 std::vector<std::string> splitBlanks(const std::string& line) {
+    std::istringstream in(line);
     std::vector<std::string> words;
-    size_t start = 0;
-    for (;;) {
-        size_t blank = line.find(' ', start);
-        words.push_back(line.substr(start, blank == std::string::npos ? std::string::npos : blank - start));
-        if (blank == std::string::npos) return words;
-        start = blank + 1;
-    }
+    for (std::string word; in >> word;) words.push_back(word);
+    return words;
 }
 
 std::vector<std::string> lines(const std::string& text) {

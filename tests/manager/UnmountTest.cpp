@@ -90,7 +90,10 @@ TEST_F(Unmount, HoldersThatIgnoreEverySignalMakeTheSeventhTryGiveUp) {
 }
 
 TEST_F(Unmount, AHolderThatGoesOnHangupLetsTheNextTrySucceed) {
-    holders::Holder holder([] { return open("/data/user/10/kept", O_RDONLY) >= 0; });
+    // A small program (not a fork of this one) ends quickly once signalled;
+    // it keeps the descriptor opened before the exec.
+    devprofile::set("time.scale", "0.1");
+    holders::Holder holder([] { return open("/data/user/10/kept", O_RDONLY) >= 0; }, "/bin/sleep", "sleep", "60");
     ASSERT_TRUE(holder.ready());
 
     EXPECT_EQ(0, doUnmountWhileBusy([&] { return holder.alive(); }));

@@ -10,8 +10,9 @@ public:
     CopyFileImpl();
     virtual ~CopyFileImpl();
 
-    // Copies one regular file to dst with the source's stat record, owner and
-    // group. 0 on success.
+    // Copies one regular file to dst: its content, the mode of the stat
+    // record (src's own when null), and uid and gid as owner. 0 on success,
+    // else a negative errno and no dst left behind.
     int CopyFile(const char* src, const char* dst, const struct stat* st, uid_t uid, gid_t gid);
     // Starts a whole copy; answers as the "copy" command reports it.
     int CopyCommand(char* src, int srcId, char* dst, int dstId, unsigned int flags);
