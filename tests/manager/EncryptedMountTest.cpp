@@ -14,8 +14,8 @@
 #include <devprofile/DeviceProfile.h>
 #include <persona/persona.h>
 
-#include "Mounts.h"
-#include "keystore/KeyStoreFiles.h"
+#include "support/Mounts.h"
+#include "support/KeyStoreFiles.h"
 #include "manager/Pelk.h"
 #include "SdcardRecords.h"
 

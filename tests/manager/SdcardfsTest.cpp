@@ -14,7 +14,7 @@
 #include <devprofile/DeviceProfile.h>
 #include <persona/persona.h>
 
-#include "Mounts.h"
+#include "support/Mounts.h"
 #include "base/UniqueFd.h"
 #include "manager/Pelk.h"
 #include "SdcardRecords.h"
