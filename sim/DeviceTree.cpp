@@ -59,6 +59,9 @@ const DeviceDir kDeviceDirs[] = {
     {"/mnt/runtime/read", 0755, AID_ROOT, AID_ROOT},
     {"/mnt/runtime/write", 0755, AID_ROOT, AID_ROOT},
     {"/mnt/runtime/full", 0755, AID_ROOT, AID_ROOT},
+    {"/mnt/runtime/default/emulated", 0755, AID_ROOT, AID_ROOT},
+    {"/mnt/runtime/read/emulated", 0755, AID_ROOT, AID_ROOT},
+    {"/mnt/runtime/write/emulated", 0755, AID_ROOT, AID_ROOT},
     {"/mnt/shell", 0700, AID_SHELL, AID_SHELL},
     {"/mnt/user", 0755, AID_ROOT, AID_ROOT},
     {"/mnt/zanth", 0755, AID_ROOT, AID_ROOT},
@@ -178,6 +181,19 @@ void linkDeviceTools() {
 
 }  // namespace
 
+// One directory stands behind "/storage/emulated" in every view, so a
+// directory the daemon makes there is there for every app too.
+int mountStorageViews() {
+    for (const char* view : {"/storage/emulated", "/mnt/runtime/default/emulated", "/mnt/runtime/read/emulated",
+                             "/mnt/runtime/write/emulated"}) {
+        if (mount("/data/media", view, nullptr, MS_BIND, nullptr) != 0) {
+            fprintf(stderr, "pelk sandbox: bind /data/media on %s: %s\n", view, strerror(errno));
+            return -1;
+        }
+    }
+    return 0;
+}
+
 void recordBaseMounts() {
     for (const auto& m : readMountInfo()) baseMountIds().insert(m.id);
 }
@@ -249,7 +265,8 @@ int resetDevice() {
         closedir(dev);
         for (const auto& p : made) removeTree(p);
     }
-    return buildDeviceTree();
+    if (buildDeviceTree() != 0) return -1;
+    return mountStorageViews();
 }
 
 }  // namespace sim

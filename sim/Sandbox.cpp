@@ -101,6 +101,13 @@ void setUpRoot(const SandboxOptions& options) {
     std::string bin = PELK_BINARY_DIR, src = std::string(PELK_SOURCE_DIR) + "/";
     if (bin.compare(0, src.size(), src) != 0) bindHost(root, bin, false);
 
+    // /mnt is a filesystem of its own, as on a device: a process whose
+    // "/storage" is a bind of "/mnt/runtime/read" shows the root
+    // "/runtime/read" in its mountinfo.
+    mkdirs(root + "/mnt");
+    if (mount("tmpfs", (root + "/mnt").c_str(), "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=0755") != 0)
+        die("mounting /mnt");
+
     mkdirs(root + "/dev");
     if (mount("pelk-dev", (root + "/dev").c_str(), "tmpfs", 0, "mode=0755") != 0) die("mounting /dev");
     for (const char* node : {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom",
@@ -198,6 +205,7 @@ int enterSandbox(const SandboxOptions& options) {
     setUpRoot(options);
     if (buildDeviceTree() != 0) _exit(1);
     recordBaseMounts();
+    if (mountStorageViews() != 0) _exit(1);
 
     pid_t worker = fork();
     if (worker < 0) die("fork");

@@ -7,4 +7,9 @@ namespace sim {
 // mount that is not among them.
 void recordBaseMounts();
 
+// Binds the device's emulated storage ("/data/media") on "/storage/emulated"
+// and on "emulated" in each runtime view. These mounts are not part of the
+// booted device: a reset undoes them with the rest and makes them anew.
+int mountStorageViews();
+
 }  // namespace sim
