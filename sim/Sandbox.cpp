@@ -133,6 +133,11 @@ void setUpRoot(const SandboxOptions& options) {
     if (umount2("/.oldroot", MNT_DETACH) != 0) die("detaching the host root");
     rmdir("/.oldroot");
     if (mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) die("mounting /proc");
+    // A device's /mnt propagates: an app started before a container's views
+    // are mounted still receives them in its own namespace (a slave of this
+    // one), which is what lets the daemon bind them onto its /storage later.
+    // Shared only after pivot_root, which refuses a shared new root's tree.
+    if (mount(nullptr, "/mnt", nullptr, MS_SHARED, nullptr) != 0) die("making /mnt shared");
 }
 
 // The sandbox's init: reaps every orphan and ends with the worker's status.

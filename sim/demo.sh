@@ -23,7 +23,7 @@ send() {
     pelkctl "${opts[@]}" "$@" | sed 's/^/   back: /'
 }
 log_lines() { logcat -d -s "$1" | grep -E "$2" | tail -n "${3:-20}" | sed 's/^/   log:  /'; }
-mounted() { grep -E " ($1)[ /]" /proc/mounts | awk '{printf "   mount: %-36s %s\n", $2, $3}'; }
+mounted() { grep -E " ($1)[ /]" /proc/mounts | awk '{print "   mounted: " $2}'; }
 start_daemon() {
     pelkd &
     PELKD_PID=$!
@@ -60,6 +60,11 @@ ls -ld /data/zanth/data/10 /data/zanth/data_de/10 /data/zanth/secure_fs/enc_user
 say "is_mounted 10: a legacy container whose storage is down answers failed"
 send is_mounted 10
 
+say "an app of user 0 is already running (uid 10123, a mount namespace of its own, /storage its default view)"
+zygote-sim --user 0 --app 123 --name com.example.viewer --detach -- sleep 600 >/tmp/viewer.pid
+VIEWER=$(cat /tmp/viewer.pid)
+echo "   viewer: pid $VIEWER; /storage/emulated/10 in its namespace: $(nsenter -t "$VIEWER" -m ls -d /storage/emulated/10 2>/dev/null || echo none)"
+
 say "mount <user> <base64 key> <flag> <type>: DE (3) first, then CE (1), then the device-wide store (2)"
 send mount 10 "$KEY_DE" 1 3
 send mount 10 "$KEY_CE" 1 1
@@ -69,20 +74,25 @@ echo "   the keys never reach the log, only the leading words:"
 log_lines pelkd:v 'CMD > mount' 3
 send is_mounted 10
 
-say "an app of user 0 (uid 10123 in its own mount namespace) now sees the container's emulated storage"
-zygote-sim --user 0 --app 123 --name com.example.viewer -- sh -c 'ls -ld /storage/emulated/10; echo "hello from the personal side" > /storage/emulated/10/note.txt' | sed 's/^/   app:  /'
+say "the CE mount's worker gave the running app the container's emulated storage in its own namespace"
+sleep 0.5
+nsenter -t "$VIEWER" -m grep ' /storage/emulated/10 ' /proc/self/mountinfo | awk '{print "   in the app: " $4 " on " $5}'
+nsenter -t "$VIEWER" -m setpriv --reuid=10123 --regid=10123 --groups=1015,1023,9997 -- \
+    sh -c 'echo "hello from the personal side" > /storage/emulated/10/note.txt && ls -l /storage/emulated/10/note.txt' |
+    sed 's/^/   app:  /'
 echo "   the same bytes in the container's sdcard area: $(cat /data/zanth/sdcard/10/note.txt 2>/dev/null)"
 
 say "an app of the container keeps a file open in its CE data area; unmount CE and DE while it holds it"
 echo "kept across mounts" > /data/user/10/diary.txt
-zygote-sim --user 10 --app 77 --name com.example.diary --detach -- sh -c 'exec 3</data/user/10/diary.txt; sleep 600' >/tmp/holder.pid
+zygote-sim --user 10 --app 77 --shared-ns --name com.example.diary --detach -- sh -c 'exec 3</data/user/10/diary.txt; sleep 600' >/tmp/holder.pid
 HOLDER=$(cat /tmp/holder.pid)
 echo "   holder: pid $HOLDER ($(tr '\0' ' ' </proc/$HOLDER/cmdline))"
 send unmount 10 1
 send unmount 10 3
-echo "   the process killer's lines:"
-log_lines ProcessKiller:v 'has open file|Sending' 6
-[[ -d /proc/$HOLDER ]] && echo "   the holder is still there" || echo "   the holder is gone"
+echo "   this host's kernel detaches a busy mount at once (a device's refuses, and the daemon then"
+echo "   reports and signals the holders between its tries); the holder keeps its open file:"
+ls -l /proc/$HOLDER/fd/3 2>/dev/null | sed 's/.*-> /   holder fd 3 -> /'
+kill "$HOLDER" 2>/dev/null
 mounted '/data/user/10|/data/user_de/10' || true
 echo "   (nothing of container 10 is mounted any more)"
 
@@ -95,7 +105,7 @@ echo "   /data/user/10/diary.txt: $(cat /data/user/10/diary.txt)"
 
 say "a reboot: the daemon stops, every mount goes, and the booting platform asks for a pre-mount"
 kill "$PELKD_PID"; wait "$PELKD_PID" 2>/dev/null
-grep -E ' /(data/(user|user_de|system_ce|system_de|misc_ce|misc_de|enc_user)/|mnt/zanth/|mnt/runtime/[a-z]+/emulated/|mnt/shell/enc)' /proc/mounts |
+grep -E ' /(data/(user|user_de|system_ce|system_de|misc_ce|misc_de|enc_user|zanth/sdcard)/|mnt/zanth/|mnt/runtime/[a-z]+/emulated/|mnt/shell/enc)' /proc/mounts |
     awk '{print $2}' | sort -r | while read -r m; do umount -l "$m"; done
 echo "   mounts of container 10 left: $(grep -c '/10 ' /proc/mounts)"
 start_daemon
@@ -123,4 +133,4 @@ cat <<'EOF'
      pelk-profile show                          the device profile
    'exit' leaves the device; everything made in it but /data goes with it.
 EOF
-[[ -t 0 ]] && exec /bin/bash --norc -i
+if [[ -t 0 ]]; then exec /bin/bash --norc -i; fi
