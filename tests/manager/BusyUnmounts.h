@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <string>
 
 #include "base/UniqueFd.h"
 
@@ -39,10 +40,19 @@ inline int interceptUmount() {
         syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
+// The path a stopped umount2 call names, read from the caller's memory.
+inline std::string umountTarget(const seccomp_notif& request) {
+    char path[4096] = {0};
+    std::string mem = "/proc/" + std::to_string(request.pid) + "/mem";
+    pelk::UniqueFd fd(open(mem.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.ok() || pread(fd.get(), path, sizeof(path) - 1, static_cast<off_t>(request.data.args[0])) <= 0) return "";
+    return path;
+}
+
 // Runs work() in a child under the filter and answers for its umount2 calls
-// until it exits. Answers work()'s result (0..255), or -1 when the set-up
-// failed.
-inline int runWithBusyKernel(const std::function<int()>& work, const std::function<bool()>& busy) {
+// until it exits; busy(target) decides which calls are refused. Answers
+// work()'s result (0..255), or -1 when the set-up failed.
+inline int runWithBusyKernel(const std::function<int()>& work, const std::function<bool(const std::string&)>& busy) {
     int ready[2];
     if (pipe2(ready, O_CLOEXEC) != 0) return -1;
     pelk::UniqueFd readEnd(ready[0]);
@@ -75,13 +85,18 @@ inline int runWithBusyKernel(const std::function<int()>& work, const std::functi
         if (ioctl(listener.get(), SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) continue;
         seccomp_notif_resp reply = {};
         reply.id = request.id;
-        if (busy()) {
+        if (busy(umountTarget(request))) {
             reply.error = -EBUSY;
         } else {
             reply.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
         }
         ioctl(listener.get(), SECCOMP_IOCTL_NOTIF_SEND, &reply);
     }
+}
+
+// The same, with a refusal that does not depend on the path.
+inline int runWithBusyKernel(const std::function<int()>& work, const std::function<bool()>& busy) {
+    return runWithBusyKernel(work, [&busy](const std::string&) { return busy(); });
 }
 
 }  // namespace busy
