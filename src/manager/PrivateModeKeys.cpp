@@ -7,7 +7,7 @@
 #include <log/log.h>
 #include <stdio.h>
 
-#include "base/Secret.h"
+#include "manager/KeyFileCalls.h"
 #include "manager/PrivatePartitionManager.h"
 
 void PrivatePartitionManager::keyFilePath(int userId, char (&path)[KEY_PATH_SIZE]) {
@@ -29,13 +29,7 @@ int PrivatePartitionManager::createKey(int userId, const char* password) {
 int PrivatePartitionManager::verifyPassword(int userId, const char* password) {
     char path[KEY_PATH_SIZE];
     keyFilePath(userId, path);
-    int rc = -1;
-    if (password) {
-        // The library gets a copy of its own, wiped once it is done.
-        pelk::SecretString copy(password);
-        rc = fips_verify_password(path, copy.c_str());
-    }
-    if (rc != 0) {
+    if (pelk::verifyKeyFilePassword(path, password) != 0) {
         SLOGE("Invalid\n");
         return -1;
     }
@@ -45,10 +39,7 @@ int PrivatePartitionManager::verifyPassword(int userId, const char* password) {
 int PrivatePartitionManager::changePassword(int userId, const char* oldPassword, const char* newPassword) {
     char path[KEY_PATH_SIZE];
     keyFilePath(userId, path);
-    int rc = fips_change_password(oldPassword, newPassword, path);
-    // Both outcomes at ERROR so that they show on every build.
-    SLOGE(rc != 0 ? "update:: Error\n" : "update:: Success\n");
-    return rc;
+    return pelk::changeKeyFilePassword(path, oldPassword, newPassword);
 }
 
 int PrivatePartitionManager::removePassword(int userId) {
@@ -56,7 +47,6 @@ int PrivatePartitionManager::removePassword(int userId) {
     keyFilePath(userId, path);
     // No look for the file first: a missing one is simply a failed delete,
     // which the caller is not told about.
-    int rc = fips_delete_edk(path);
-    SLOGD(rc != 0 ? "Delete:: Error\n" : "Delete:: Success\n");
+    pelk::deleteKeyFile(path);
     return 0;
 }

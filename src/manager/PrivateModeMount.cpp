@@ -15,6 +15,7 @@
 #include <private/android_filesystem_config.h>
 
 #include "manager/MountCalls.h"
+#include "manager/MountPreCheck.h"
 #include "manager/PrivatePartitionManager.h"
 #include "partition/Partition.h"
 
@@ -48,19 +49,10 @@ void makeViewDirectories() {
 int PrivatePartitionManager::ecryptfsMount(Partition* partition, const char* password) {
     // ERROR on purpose: every mount shows on every build.
     SLOGE(" mounting...\n");
-    if (!partition) {
-        SLOGE("given partition obj is NULL");
-        return -1;
-    }
-    if (partition->isMounted()) {
-        SLOGD("partition is already mounted");
-        return 0;
-    }
-    // An area without paths must never reach the library, which would take
-    // the empty text for a directory of its own choosing.
-    if (partition->mSrcPath[0] == '\0' || partition->mMntPath[0] == '\0') {
-        SLOGE("given partition obj has no path");
-        return -1;
+    switch (pelk::checkAreaToMount(partition)) {
+        case pelk::MountPreCheck::Refused: return -1;
+        case pelk::MountPreCheck::MountedAlready: return 0;
+        case pelk::MountPreCheck::GoOn: break;
     }
     char keyFile[KEY_PATH_SIZE];
     keyFilePath(partition->mUserId, keyFile);
