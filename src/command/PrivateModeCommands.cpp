@@ -1,16 +1,34 @@
 // The private-mode commands: mount, unmount and re-key the owner's private
 // store. Passwords never reach the log and are wiped from the command's
-// fields once the line has been served.
-#include <stdlib.h>
+// fields once the line has been served, whatever its outcome.
+#define LOG_TAG "pelkd"
 
+#include <log/log.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include "base/Secret.h"
 #include "command/CommandListenerPrivate.h"
 #include "command/CommandLog.h"
 #include "command/CommandReply.h"
 #include "manager/PrivatePartitionManager.h"
-#include "base/Secret.h"
+#include "partition/Partition.h"
 
 using pelk::countMatches;
 using pelk::replyWrongCount;
+
+namespace {
+
+// Words of each line that may be logged: the paths of a mount, but no password.
+const int kMountLoggedWords = 4;
+const int kChangeLoggedWords = 2;
+// The bind of the writable view that the media side looks for.
+const char kMediaLink[] = "/mnt/media_rw/Private";
+// The area that stands for the media link when it is taken down: a kind
+// without paths of its own, given the link's path.
+constexpr int kMediaLinkType = 'd';
+
+}  // namespace
 
 // ---- mount_privatemode ----
 CommandListenerPrivate::mountPrivateModeCmd::mountPrivateModeCmd() : FrameworkCommand("mount_privatemode") {}
@@ -18,6 +36,7 @@ CommandListenerPrivate::mountPrivateModeCmd::mountPrivateModeCmd() : FrameworkCo
 int CommandListenerPrivate::mountPrivateModeCmd::parseCmd(int argc, char** argv) {
     if (!countMatches(argc, mExpectedArgc)) return -1;
     mUserId = atoi(argv[1]);
+    // The paths are kept for the record; the area's own layout decides.
     pelk::copyWord(mFirstPath, sizeof(mFirstPath), argv[2]);
     pelk::copyWord(mSecondPath, sizeof(mSecondPath), argv[3]);
     pelk::copyWord(mPassword, sizeof(mPassword), argv[4]);
@@ -25,12 +44,15 @@ int CommandListenerPrivate::mountPrivateModeCmd::parseCmd(int argc, char** argv)
 }
 
 int CommandListenerPrivate::mountPrivateModeCmd::runCommand(SocketClient* cli, int argc, char** argv) {
-    PrivatePartitionManager::Instance();
-    dumpArgs(pelk::leadingWords(argc, 4), argv);
-    int parsed = parseCmd(argc, argv);
-    pelk::wipe(mPassword, sizeof(mPassword));
-    if (parsed != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // The private-mode mount of the manager is not in this build yet.
+    PrivatePartitionManager* manager = PrivatePartitionManager::Instance();
+    dumpArgs(pelk::leadingWords(argc, kMountLoggedWords), argv);
+    pelk::WipeOnExit wipePassword(mPassword, sizeof(mPassword));
+    if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
+    Partition partition(mUserId, PARTITION_PRIVATE_MODE, nullptr, false);
+    if (manager->ecryptfsMount(&partition, mPassword) == 0) return pelk::replySuccess(cli);
+    SLOGE("Mount ERROR [%s]", partition.mMntPath);
+    // Whatever part of the sequence got done is taken down again.
+    manager->unmount(&partition);
     return pelk::replyFailed(cli);
 }
 
@@ -45,10 +67,22 @@ int CommandListenerPrivate::unmountPrivateModeCmd::parseCmd(int argc, char** arg
 }
 
 int CommandListenerPrivate::unmountPrivateModeCmd::runCommand(SocketClient* cli, int argc, char** argv) {
-    PrivatePartitionManager::Instance();
+    PrivatePartitionManager* manager = PrivatePartitionManager::Instance();
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // The private-mode unmount of the manager is not in this build yet.
+    Partition mediaLink(mUserId, kMediaLinkType, nullptr, false);
+    Partition store(mUserId, PARTITION_PRIVATE_MODE, nullptr, false);
+    pelk::copyWord(mediaLink.mMntPath, sizeof(mediaLink.mMntPath), kMediaLink);
+
+    // The link goes first; while it is held the store stays mounted, views
+    // and all, so nothing is cut from under the media side.
+    if (manager->unmount(&mediaLink) != 0) {
+        SLOGE("Unmount ERROR [%s]", kMediaLink);
+        return pelk::replyFailed(cli);
+    }
+    if (rmdir(kMediaLink) != 0) SLOGE("Failed to remove media link");
+    if (manager->unmount(&store) == 0) return pelk::replySuccess(cli);
+    SLOGE("Unmount ERROR [%s]", store.mMntPath);
     return pelk::replyFailed(cli);
 }
 
@@ -65,11 +99,12 @@ int CommandListenerPrivate::chPrivateModepasswdCmd::parseCmd(int argc, char** ar
 }
 
 int CommandListenerPrivate::chPrivateModepasswdCmd::runCommand(SocketClient* cli, int argc, char** argv) {
-    dumpArgs(pelk::leadingWords(argc, 2), argv);
-    int parsed = parseCmd(argc, argv);
-    pelk::wipe(mOldPassword, sizeof(mOldPassword));
-    pelk::wipe(mNewPassword, sizeof(mNewPassword));
-    if (parsed != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // The private-mode password change of the manager is not in this build yet.
+    dumpArgs(pelk::leadingWords(argc, kChangeLoggedWords), argv);
+    pelk::WipeOnExit wipeOld(mOldPassword, sizeof(mOldPassword));
+    pelk::WipeOnExit wipeNew(mNewPassword, sizeof(mNewPassword));
+    if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
+    if (PrivatePartitionManager::Instance()->changePassword(mUserId, mOldPassword, mNewPassword) == 0)
+        return pelk::replySuccess(cli);
+    SLOGE("changePassword ERROR");
     return pelk::replyFailed(cli);
 }

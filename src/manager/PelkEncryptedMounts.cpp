@@ -10,6 +10,7 @@
 #include <log/log.h>
 #include <persona/persona.h>
 
+#include "manager/MountPreCheck.h"
 #include "manager/Pelk.h"
 #include "partition/Partition.h"
 
@@ -61,21 +62,12 @@ int checkPassword(int userId, const char* password) {
 int Pelk::ecryptfsMount(Partition* partition, const char* secret, bool isKey) {
     // ERROR on purpose: every mount shows on every build.
     SLOGE(">>>> mounting...\n");
-    if (!partition) {
-        SLOGE("given partition obj is NULL");
-        return -1;
+    switch (pelk::checkAreaToMount(partition)) {
+        case pelk::MountPreCheck::Refused: return -1;
+        case pelk::MountPreCheck::MountedAlready: return 0;
+        case pelk::MountPreCheck::GoOn: break;
     }
     const int mode = mountModeOf(partition->mType);
-    if (partition->isMounted()) {
-        SLOGD("partition is already mounted");
-        return 0;
-    }
-    // An area of an unknown type has no paths; handing the library empty
-    // paths could only end in a mount on the wrong directory.
-    if (partition->mSrcPath[0] == '\0' || partition->mMntPath[0] == '\0') {
-        SLOGE("given partition obj has no path");
-        return -1;
-    }
     if (!isKey && checkPassword(partition->mUserId, secret) != 0) return -1;
 
     SLOGI("Mounting <%s>", partition->mMntPath);

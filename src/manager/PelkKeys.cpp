@@ -24,6 +24,7 @@
 #include "keystore/Quarn3Helper.h"
 #include "keystore/QuarnHelper.h"
 #include "log/PelkLog.h"
+#include "manager/KeyFileCalls.h"
 #include "manager/Pelk.h"
 #include "manager/StorageReport.h"
 #include "tools/Base64.h"
@@ -129,24 +130,6 @@ int writeNewEdek(const char* path, const unsigned char* aesKey, const unsigned c
     return restrictToSystem(path);
 }
 
-// A private copy of a password, wiped before it is freed.
-class PasswordCopy {
-public:
-    explicit PasswordCopy(const char* password) : copy_(password ? strdup(password) : nullptr) {}
-    ~PasswordCopy() {
-        if (copy_) {
-            pelk::wipe(copy_, strlen(copy_));
-            free(copy_);
-        }
-    }
-    PasswordCopy(const PasswordCopy&) = delete;
-    PasswordCopy& operator=(const PasswordCopy&) = delete;
-    const char* get() const { return copy_; }
-
-private:
-    char* copy_;
-};
-
 }  // namespace
 
 int Pelk::getFEKEK(int userId, char* key, bool* isRawKey, int keyType) {
@@ -206,12 +189,7 @@ int Pelk::createKey(int userId, const char* password, int keyType) {
 int Pelk::verifyPassword(int userId, const char* password) {
     char path[kKeyPathSize];
     edkPath(userId, path);
-    int rc;
-    {
-        PasswordCopy copy(password);
-        rc = (password && !copy.get()) ? -1 : fips_verify_password(path, copy.get());
-    }
-    if (rc != 0) {
+    if (pelk::verifyKeyFilePassword(path, password) != 0) {
         SLOGE("Invalid");
         return -1;
     }
@@ -221,18 +199,14 @@ int Pelk::verifyPassword(int userId, const char* password) {
 int Pelk::changePassword(int userId, const char* oldPassword, const char* newPassword) {
     char path[kKeyPathSize];
     edkPath(userId, path);
-    int rc = fips_change_password(oldPassword, newPassword, path);
-    // Both outcomes at ERROR so that they show on every build.
-    SLOGE(rc != 0 ? "update:: Error\n" : "update:: Success\n");
-    return rc;
+    return pelk::changeKeyFilePassword(path, oldPassword, newPassword);
 }
 
 int Pelk::removePassword(int userId) {
     char path[kKeyPathSize];
     edkPath(userId, path);
     if (access(path, F_OK) != 0) return 0;
-    int rc = fips_delete_edk(path);
-    SLOGD(rc != 0 ? "Delete:: Error\n" : "Delete:: Success\n");
+    pelk::deleteKeyFile(path);
     // Callers go on with their teardown either way.
     return 0;
 }

@@ -19,15 +19,23 @@ public:
     // Deletes its own copy engine; the listener lives as long as the process.
     ~PrivatePartitionManager() override;
 
+    // Size of a key file path, terminator included.
+    static constexpr int KEY_PATH_SIZE = 512;
+    // Writes "/data/system/users/privatemode_edk_<user>" into path.
+    static void keyFilePath(int userId, char (&path)[KEY_PATH_SIZE]);
+
     // Creates the private-mode key file with this password. 0 or -1.
     int createKey(int userId, const char* password);
-    // Mounts the private-mode area, its three views and the media link.
+    // Mounts the private-mode area, its three views and the media link. An
+    // area mounted already answers 0 without a look at the password; the
+    // first mount of a user creates the key file with whatever password it
+    // is given. 0, -1, or the closed mount function's own failure.
     int ecryptfsMount(Partition* partition, const char* password);
     // 0 when the password opens the private-mode key file, else -1.
     int verifyPassword(int userId, const char* password);
     // Re-wraps the private-mode key file; the library's result.
     int changePassword(int userId, const char* oldPassword, const char* newPassword);
-    // Deletes the private-mode key file; always 0.
+    // Deletes the private-mode key file, present or not; always 0.
     int removePassword(int userId);
 
     // The "ppm" listener.

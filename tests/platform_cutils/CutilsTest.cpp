@@ -59,7 +59,6 @@ TEST(FsPrepareDir, CreatesWithExactModeAndOwnerDespiteTheUmask) {
 }
 
 TEST(FsPrepareDir, FixesModeAndOwnerOfAnExistingDirectory) {
-    ASSERT_EQ(mkdir("/mnt/media_rw", 0700), 0);
     ASSERT_EQ(mkdir("/mnt/media_rw/Private", 0777), 0);
     ASSERT_EQ(chmod("/mnt/media_rw/Private", 02777), 0);
     ASSERT_EQ(open("/mnt/media_rw/Private/keep", O_CREAT | O_WRONLY | O_CLOEXEC, 0600) >= 0, true);
