@@ -24,9 +24,9 @@ hostlog::RecordFile& calls() {
 void recordCall(const DlpCall& call) {
     int saved = errno;
     std::string line = call.function;
-    line += '\t' + std::to_string(call.pid) + '\t' + std::to_string(call.inode) + '\t' +
-            std::to_string(call.userId) + '\t' + std::to_string(call.value) + '\t' + std::to_string(call.result) +
-            '\t' + hostlog::escapeField(call.path) + '\n';
+    line += '\t' + std::to_string(call.pid) + '\t' + std::to_string(call.inode) + '\t' + std::to_string(call.userId) +
+            '\t' + std::to_string(call.value) + '\t' + std::to_string(call.result) + '\t' +
+            hostlog::escapeField(call.path) + '\n';
     calls().append(line);
     errno = saved;
 }

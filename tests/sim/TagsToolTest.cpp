@@ -41,11 +41,9 @@ TEST(TagsTool, ShowsEachEntrysMarksDepthFirst) {
     std::string out = runTags("/data/t", &status);
     EXPECT_EQ(status, 0);
     auto pad = [](const std::string& path) { return path + std::string(49 - path.size(), ' '); };
-    EXPECT_EQ(out, pad("/data/t") + "sensitive=10\n" +
-                       pad("/data/t/a.txt") + "expires=1970-01-02 00:00:00 UTC (86400)\n" +
-                       pad("/data/t/b") + "protected\n" +
-                       pad("/data/t/b/c.txt") + "-\n" +
-                       pad("/data/t/link") + "(symbolic link)\n");
+    EXPECT_EQ(out, pad("/data/t") + "sensitive=10\n" + pad("/data/t/a.txt") +
+                       "expires=1970-01-02 00:00:00 UTC (86400)\n" + pad("/data/t/b") + "protected\n" +
+                       pad("/data/t/b/c.txt") + "-\n" + pad("/data/t/link") + "(symbolic link)\n");
 
     runTags("/data/none", &status);
     EXPECT_EQ(status, 1);

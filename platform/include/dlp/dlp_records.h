@@ -27,13 +27,13 @@ void dlp_commands_clear();
 
 // One call. Fields a function does not take keep their defaults.
 struct DlpCall {
-    std::string function;    // e.g. "setExpiryforFile"
+    std::string function;  // e.g. "setExpiryforFile"
     int pid = -1;
     unsigned long inode = 0;
     int userId = -1;
-    long value = 0;          // the expiry handed to set_dlp_file_expiry_time
+    long value = 0;  // the expiry handed to set_dlp_file_expiry_time
     std::string path;
-    long result = 0;         // what the call answered (true is 1)
+    long result = 0;  // what the call answered (true is 1)
 };
 
 // Every call since the device was reset (or the last clear), oldest first;

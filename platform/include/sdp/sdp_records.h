@@ -19,7 +19,7 @@ struct SdpCall {
     std::string function;  // "set_sensitive" or "set_protected"
     int userId;            // -1 for set_protected
     std::string path;
-    int result;            // 0, or -1 when the file could not be marked
+    int result;  // 0, or -1 when the file could not be marked
 };
 
 // Every call since the device was reset (or the last clear), oldest first.
