@@ -1,6 +1,7 @@
 // pelkctl: the simulated device's stand-in for the platform's system_server.
 //
 //   pelkctl [--socket NAME] [--caller MODE] [WORD ...]
+//   pelkctl [--socket NAME] [--caller MODE] --follow
 //
 // Sends one command line ("<seq> WORD ...") to the daemon's socket
 // "/dev/socket/NAME" (default "pelk"; "ppm" for the private-mode store) and
@@ -8,6 +9,12 @@
 // terminating NUL dropped, one per line. With no words it reads lines from
 // standard input and sends them one by one, each after the previous answer.
 // Words with blanks, quotes or backslashes are quoted for the wire.
+//
+// --follow sends nothing: it stays connected and prints every message the
+// daemon sends on its own (the broadcasts, "610 <text>" for DLP audit lines)
+// as it arrives, until SIGINT or SIGTERM (exit status 0) or until the daemon
+// closes the connection (0, with a note on standard error). A note on
+// standard error says when it is connected.
 //
 // The daemon serves "pelk" only to the real system_server: a process whose
 // command line is "system_server", whose parent is "zygote" or "zygote64"
@@ -26,11 +33,17 @@
 // Exit status: 0 when every answer was 200 (done) or 201 (still running), 1
 // when one was not (281 refused or failed, 5xx), 2 on a usage or connection
 // error.
+//
+// SIGINT and SIGTERM sent to pelkctl reach the talker too, so stopping
+// pelkctl by its pid never leaves a talker behind.
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -38,6 +51,8 @@
 
 #include <string>
 #include <vector>
+
+#include "base/UniqueFd.h"
 
 namespace {
 
@@ -65,11 +80,13 @@ struct Options {
     std::string socketName = "pelk";
     const CallerMode* mode = &kModes[0];
     std::vector<std::string> words;
+    bool follow = false;
 };
 
 int usage() {
     fprintf(stderr,
             "usage: pelkctl [--socket NAME] [--caller MODE] [WORD ...]\n"
+            "       pelkctl [--socket NAME] [--caller MODE] --follow\n"
             "MODE: system_server (default), zygote, other-name, full-path, suffix,\n"
             "      not-zygote, zygote-not-root, self\n");
     return 2;
@@ -90,6 +107,8 @@ bool parseOptions(int argc, char** argv, Options* out) {
         } else if (strcmp(argv[i], "--caller") == 0 && i + 1 < argc) {
             out->mode = findMode(argv[++i]);
             if (!out->mode) return false;
+        } else if (strcmp(argv[i], "--follow") == 0) {
+            out->follow = true;
         } else if (strcmp(argv[i], "--") == 0) {
             ++i;
             break;
@@ -100,6 +119,7 @@ bool parseOptions(int argc, char** argv, Options* out) {
         }
     }
     for (; i < argc; ++i) out->words.push_back(argv[i]);
+    if (out->follow && !out->words.empty()) return false;
     return out->socketName.find('/') == std::string::npos && !out->socketName.empty();
 }
 
@@ -118,6 +138,22 @@ bool parseOptions(int argc, char** argv, Options* out) {
 int exitStatusOf(int status) {
     if (WIFEXITED(status)) return WEXITSTATUS(status);
     return 2;
+}
+
+volatile sig_atomic_t gTalker = 0;
+
+// Stays 0 in the talker between its fork and its exec, so the talker never
+// signals its own process group.
+void forwardToTalker(int sig) {
+    if (gTalker > 0) kill(gTalker, sig);
+}
+
+void forwardStopSignals() {
+    struct sigaction action {};
+    action.sa_handler = forwardToTalker;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 // The zygote: forks the talker and waits for it, dropping root in between
@@ -142,6 +178,8 @@ int runZygote(const Options& opts, char** argv) {
         reexecAs(opts.mode->talkerName, "talker", argv);
     }
     close(gate[0]);
+    gTalker = talker;
+    forwardStopSignals();
     if (opts.mode->parentDropsRoot && setresuid(1000, 1000, 1000) != 0) {
         perror("pelkctl: setresuid 1000");
     }
@@ -186,21 +224,35 @@ public:
         return true;
     }
 
+    int fd() const { return mFd; }
+
     // The next NUL-terminated message, without its NUL; false at the end.
     bool nextMessage(std::string* out) {
-        for (;;) {
-            size_t end = mPending.find('\0');
-            if (end != std::string::npos) {
-                *out = mPending.substr(0, end);
-                mPending.erase(0, end + 1);
-                return true;
-            }
-            char buf[4096];
-            ssize_t n = read(mFd, buf, sizeof(buf));
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) return false;
-            mPending.append(buf, static_cast<size_t>(n));
+        while (!takeMessage(out)) {
+            if (!readMore()) return false;
         }
+        return true;
+    }
+
+    // A complete message already read; false when none is.
+    bool takeMessage(std::string* out) {
+        size_t end = mPending.find('\0');
+        if (end == std::string::npos) return false;
+        *out = mPending.substr(0, end);
+        mPending.erase(0, end + 1);
+        return true;
+    }
+
+    // Reads what the daemon sent; false when it closed the connection.
+    bool readMore() {
+        char buf[4096];
+        ssize_t n;
+        do {
+            n = read(mFd, buf, sizeof(buf));
+        } while (n < 0 && errno == EINTR);
+        if (n <= 0) return false;
+        mPending.append(buf, static_cast<size_t>(n));
+        return true;
     }
 
 private:
@@ -243,12 +295,48 @@ int exchange(Connection* conn, int seq, const std::string& line) {
     return -1;
 }
 
+// Prints every message as it arrives until a stop signal or the end of the
+// connection. The stop signals are taken through a descriptor, so one that
+// arrives between two reads is never lost.
+int follow(Connection* conn, const std::string& socketName) {
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    pelk::UniqueFd signals;
+    if (sigprocmask(SIG_BLOCK, &stops, nullptr) == 0) signals.reset(signalfd(-1, &stops, SFD_CLOEXEC));
+    if (!signals.ok()) {
+        perror("pelkctl: signalfd");
+        return 2;
+    }
+    fprintf(stderr, "pelkctl: following /dev/socket/%s\n", socketName.c_str());
+    std::string msg;
+    for (;;) {
+        while (conn->takeMessage(&msg)) {
+            printf("%s\n", msg.c_str());
+            fflush(stdout);
+        }
+        pollfd fds[] = {{conn->fd(), POLLIN, 0}, {signals.get(), POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            perror("pelkctl: poll");
+            return 2;
+        }
+        if (fds[1].revents & POLLIN) return 0;
+        if (fds[0].revents && !conn->readMore()) {
+            fprintf(stderr, "pelkctl: the daemon closed the connection\n");
+            return 0;
+        }
+    }
+}
+
 int talk(const Options& opts) {
     Connection conn(connectTo(opts.socketName));
     if (!conn.ok()) {
         fprintf(stderr, "pelkctl: cannot connect to /dev/socket/%s: %s\n", opts.socketName.c_str(), strerror(errno));
         return 2;
     }
+    if (opts.follow) return follow(&conn, opts.socketName);
     std::vector<std::string> lines;
     if (!opts.words.empty()) {
         std::string line;

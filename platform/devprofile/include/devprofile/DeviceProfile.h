@@ -20,6 +20,9 @@
 //                        (as the function's own failure result)
 //   time.scale=F         factor applied to sleep() and usleep() of the engine
 //                        in host builds (default 1; 0.001 makes 30 s be 30 ms)
+//   dlp.audit_state=MASK the DLP audit bit mask (getDLPAuditLogState; default 0)
+//   dlp.expiry_after=S   lifetime of a DLP file in seconds (get_expiryAfter_time;
+//                        default 86400); dlp.expiry_after.<id>=S for one user
 //
 // The command-line tool "pelk-profile" (on the device's PATH) reads and
 // writes the same keys.
