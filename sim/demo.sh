@@ -124,6 +124,10 @@ send remove_partition 10 1
 echo "   (without FBE the sdcard's source and mount paths are one folder; the second clear finds it gone: \"failed\", as the platform knows it)"
 ls -d /data/zanth/data/10 2>/dev/null || echo "   /data/zanth/data/10 is gone"
 
+# The other sockets and sides of the daemon, one part each.
+source "$(dirname "$0")/demo_private.sh"
+demo_private
+
 say "a shell on the device: pelkd runs as pid $PELKD_PID. Try"
 cat <<'EOF'
      pelkctl is_mounted 10                      one command line
