@@ -2,6 +2,7 @@
 // create, mount, ask, unmount and remove, against real mounts of the device.
 #include <gtest/gtest.h>
 #include <persona/persona.h>
+#include <sys/xattr.h>
 
 #include <string>
 #include <vector>
@@ -124,6 +125,59 @@ TEST_F(StorageCommands, AFailedCreateAnswersBeforeItCleansUp) {
     auto r = send("create_partition 10 1\n");
     EXPECT_EQ((std::vector<std::string>{"281 1 failed"}), r);
     EXPECT_FALSE(testfs::exists(Partition(kUser, PARTITION_CE_DATA, nullptr, false).mSrcPath));
+}
+
+
+// A lower directory that already holds another key's check value refuses
+// the mount: the areas before it in the list are mounted, then undone or
+// not by type.
+void refuseArea(int user, int type) {
+    std::string lower = Partition(user, type, nullptr, false).mSrcPath;
+    ASSERT_EQ(0, setxattr(lower.c_str(), "user.pelk.ecryptfs_check", "x", 1, 0)) << lower;
+}
+
+TEST_F(StorageCommands, AFailedMountIsUndoneByTypeAndTypeFourKeepsWhatItMounted) {
+    const std::string key = keyText('k');
+    auto r = send("create_partition 10 1\ncreate_partition 10 3\ncreate_partition 0 2\n");
+    ASSERT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "200 3 success"}), r);
+    refuseArea(kUser, PARTITION_CE_MISC);  // third of four CE areas
+    refuseArea(kUser, PARTITION_DE_MISC);  // second of three DE areas
+    refuseArea(0, PARTITION_MIREL_MEDIA);  // second of two device-wide areas
+
+    r = send("mount 10 " + key + " 1 1\nmount 10 " + key + " 1 3\nmount 0 " + key + " 1 2\n");
+    EXPECT_EQ((std::vector<std::string>{"281 1 failed", "281 2 failed", "281 3 failed"}), r);
+    EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_CE_STORAGE));
+    EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_DE_STORAGE));
+    EXPECT_EQ(0, mountedCount(0, Partition::LIST_MIREL_STORAGE));
+
+    r = send("mount 10 " + key + " 1 4\n");
+    EXPECT_EQ((std::vector<std::string>{"281 1 failed"}), r);
+    EXPECT_TRUE(isMountedPath(mountPath(kUser, PARTITION_CE_DATA).c_str()));
+    EXPECT_TRUE(isMountedPath(mountPath(kUser, PARTITION_CE_SDCARD).c_str()));
+    EXPECT_FALSE(isMountedPath(mountPath(kUser, PARTITION_CE_MISC).c_str()));
+    send("unmount 10 1\n");
+}
+
+TEST_F(StorageCommands, WordsThatAreNotNumbersAndRepeatedLines) {
+    const std::string key = keyText('k');
+    send("create_partition 10 1\ncreate_partition 10 3\n");
+    // atoi reads "ten" as user 0 and "x" as type 0; huge numbers wrap as atoi does.
+    auto r = send("mount ten " + key + " 1 x\nunmount 10\ncreate_partition 99999999999 1\nmount 42 " + key +
+                  " 1 3\n");
+    ASSERT_EQ(4u, r.size());
+    EXPECT_EQ("200 1 success", r[0]);  // type 0 mounts nothing
+    EXPECT_EQ("501 2 given argc [2] != expected [3]", r[1]);
+    EXPECT_EQ("281 4 failed", r[3]);  // no storage was ever made for user 42
+    EXPECT_EQ(0, mountedCount(42, Partition::LIST_DE_STORAGE));
+
+    // Mount and unmount lines interleaved and repeated end where the last one says.
+    r = send("mount 10 " + key + " 1 3\nmount 10 " + key + " 1 3\nunmount 10 3\nunmount 10 3\nmount 10 " + key +
+             " 1 3\n");
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "200 3 success", "200 4 success",
+                                        "200 5 success"}),
+              r);
+    EXPECT_EQ(3, mountedCount(kUser, Partition::LIST_DE_STORAGE));
+    send("unmount 10 3\n");
 }
 
 }  // namespace
