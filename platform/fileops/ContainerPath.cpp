@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <vector>
 
@@ -39,9 +40,9 @@ int openContainerPath(const char* path, ContainerPath* out) {
     if (!dir.ok()) return -errno;
     std::string normal;
     for (size_t i = 0; i + 1 < parts.size(); ++i) {
-        // O_NOFOLLOW makes a link on the way fail with ELOOP.
-        pelk::UniqueFd next(openat(dir.get(), parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!next.ok()) return -errno;
+        pelk::UniqueFd next;
+        int rc = openDirectoryAt(dir.get(), parts[i].c_str(), &next);
+        if (rc != 0) return rc;
         dir = std::move(next);
         normal += "/" + parts[i];
     }
@@ -49,6 +50,16 @@ int openContainerPath(const char* path, ContainerPath* out) {
     out->name = parts.back();
     out->normal = normal + "/" + parts.back();
     return 0;
+}
+
+int openDirectoryAt(int dir, const char* name, pelk::UniqueFd* out) {
+    out->reset(openat(dir, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (out->ok()) return 0;
+    int error = errno;
+    // O_DIRECTORY answers ENOTDIR for a link before O_NOFOLLOW is looked at.
+    struct stat st;
+    if (error == ENOTDIR && fstatat(dir, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) return -ELOOP;
+    return -error;
 }
 
 int openContainerPaths(const char* src, const char* dst, ContainerPath* from, ContainerPath* to) {

@@ -23,6 +23,9 @@ struct ContainerPath {
 // PATH_MAX characters or more; -ELOOP when a directory on the way is a
 // symbolic link; otherwise what opening a directory on the way answered.
 int openContainerPath(const char* path, ContainerPath* out);
+// Opens the directory `name` of dir without following a link: -ELOOP when
+// it is one, -ENOTDIR for another kind of entry.
+int openDirectoryAt(int dir, const char* name, pelk::UniqueFd* out);
 // Both paths of a copy; the first failure's errno.
 int openContainerPaths(const char* src, const char* dst, ContainerPath* from, ContainerPath* to);
 

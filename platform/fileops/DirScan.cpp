@@ -1,7 +1,6 @@
 // Directory scans in steps: each call lists the entries of a directory from
 // a position on, as many as the text holds, in name order so that positions
 // mean the same from one call to the next.
-#include <fcntl.h>
 #include <fileops/CopyFileImpl.h>
 #include <string.h>
 
@@ -21,8 +20,9 @@ int readNames(const char* path, std::vector<std::string>* names) {
     fileops::ContainerPath dir;
     int rc = fileops::openContainerPath(path, &dir);
     if (rc != 0) return rc;
-    pelk::UniqueFd fd(openat(dir.parent.get(), dir.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd.ok()) return -errno;
+    pelk::UniqueFd fd;
+    rc = fileops::openDirectoryAt(dir.parent.get(), dir.name.c_str(), &fd);
+    if (rc != 0) return rc;
     rc = fileops::forEachEntry(std::move(fd), [names](int, const char* name) {
         names->push_back(name);
         return 0;

@@ -25,11 +25,12 @@ int applyToTree(int dir, const char* name, const Permission& perm);
 
 // Children first; the directory's own change comes last, through its fd.
 int applyToDirectory(int dir, const char* name, const Permission& perm) {
-    pelk::UniqueFd fd(openat(dir, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd.ok()) return -errno;
+    pelk::UniqueFd fd;
+    int rc = fileops::openDirectoryAt(dir, name, &fd);
+    if (rc != 0) return rc;
     pelk::UniqueFd walk(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
     if (!walk.ok()) return -errno;
-    int rc = fileops::forEachEntry(std::move(walk), [&perm](int inner, const char* child) {
+    rc = fileops::forEachEntry(std::move(walk), [&perm](int inner, const char* child) {
         return applyToTree(inner, child, perm);
     });
     if (rc != 0) return rc;

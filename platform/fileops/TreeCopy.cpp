@@ -7,6 +7,7 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include "ContainerPath.h"
 #include "DirWalk.h"
 #include "FileContent.h"
 #include "base/UniqueFd.h"
@@ -14,8 +15,6 @@
 namespace fileops {
 
 namespace {
-
-constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // Owner first: a chown clears the set-id bits that the mode then restores.
 // Times last, once nothing more is written below a directory.
@@ -37,14 +36,16 @@ int copyRegular(int srcDir, const char* srcName, int dstDir, const char* dstName
 }
 
 int copyDirectory(int srcDir, const char* srcName, int dstDir, const char* dstName, const struct stat& st) {
-    pelk::UniqueFd from(openat(srcDir, srcName, kDirFlags));
-    if (!from.ok()) return -errno;
+    pelk::UniqueFd from;
+    int rc = openDirectoryAt(srcDir, srcName, &from);
+    if (rc != 0) return rc;
     // Only root may enter the copy while it is being filled.
     if (mkdirat(dstDir, dstName, 0700) != 0) return -errno;
-    pelk::UniqueFd to(openat(dstDir, dstName, kDirFlags));
-    if (!to.ok()) return -errno;
+    pelk::UniqueFd to;
+    rc = openDirectoryAt(dstDir, dstName, &to);
+    if (rc != 0) return rc;
     int toFd = to.get();
-    int rc = forEachEntry(std::move(from), [toFd](int fromFd, const char* name) {
+    rc = forEachEntry(std::move(from), [toFd](int fromFd, const char* name) {
         return copyEntry(fromFd, name, toFd, name);
     });
     return rc != 0 ? rc : applyAttributes(toFd, st);
@@ -83,9 +84,10 @@ int removeEntry(int dir, const char* name) {
     struct stat st;
     if (fstatat(dir, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return -errno;
     if (!S_ISDIR(st.st_mode)) return unlinkat(dir, name, 0) == 0 ? 0 : -errno;
-    pelk::UniqueFd fd(openat(dir, name, kDirFlags));
-    if (!fd.ok()) return -errno;
-    int rc = forEachEntry(std::move(fd), [](int inner, const char* child) { return removeEntry(inner, child); });
+    pelk::UniqueFd fd;
+    int rc = openDirectoryAt(dir, name, &fd);
+    if (rc != 0) return rc;
+    rc = forEachEntry(std::move(fd), [](int inner, const char* child) { return removeEntry(inner, child); });
     if (rc != 0) return rc;
     return unlinkat(dir, name, AT_REMOVEDIR) == 0 ? 0 : -errno;
 }
