@@ -40,8 +40,8 @@ int completeTarget(int fd, long long size, const struct stat& source) {
 
 }  // namespace
 
-int CopyFileImpl::copyChunk(const char* src, int, const char* dst, int, long long offset, long length,
-                            long long size, int) {
+int CopyFileImpl::copyChunk(const char* src, int, const char* dst, int, long long offset, long length, long long size,
+                            int) {
     if (devprofile::shouldFail("copyChunk")) return -EIO;
     if (!isValidRange(offset, length, size)) return -EINVAL;
     fileops::ContainerPath from;

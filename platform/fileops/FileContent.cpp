@@ -15,9 +15,7 @@ constexpr size_t kBufferSize = 1u << 16;
 
 // copy_file_range refuses pairs of files it cannot handle with these; the
 // buffer copy serves them.
-bool needsBufferCopy(int error) {
-    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
-}
+bool needsBufferCopy(int error) { return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP; }
 
 ssize_t bufferCopy(int from, off_t in, int to, off_t out, size_t want) {
     char buf[kBufferSize];

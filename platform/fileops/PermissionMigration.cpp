@@ -30,9 +30,8 @@ int applyToDirectory(int dir, const char* name, const Permission& perm) {
     if (rc != 0) return rc;
     pelk::UniqueFd walk(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
     if (!walk.ok()) return -errno;
-    rc = fileops::forEachEntry(std::move(walk), [&perm](int inner, const char* child) {
-        return applyToTree(inner, child, perm);
-    });
+    rc = fileops::forEachEntry(std::move(walk),
+                               [&perm](int inner, const char* child) { return applyToTree(inner, child, perm); });
     if (rc != 0) return rc;
     // Owner first: a chown clears the set-id bits that the mode then sets.
     if (fchown(fd.get(), perm.uid, perm.gid) != 0) return -errno;

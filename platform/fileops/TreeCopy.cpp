@@ -45,9 +45,8 @@ int copyDirectory(int srcDir, const char* srcName, int dstDir, const char* dstNa
     rc = openDirectoryAt(dstDir, dstName, &to);
     if (rc != 0) return rc;
     int toFd = to.get();
-    rc = forEachEntry(std::move(from), [toFd](int fromFd, const char* name) {
-        return copyEntry(fromFd, name, toFd, name);
-    });
+    rc = forEachEntry(std::move(from),
+                      [toFd](int fromFd, const char* name) { return copyEntry(fromFd, name, toFd, name); });
     return rc != 0 ? rc : applyAttributes(toFd, st);
 }
 
@@ -69,14 +68,10 @@ int copyEntry(int srcDir, const char* srcName, int dstDir, const char* dstName) 
     struct stat st;
     if (fstatat(srcDir, srcName, &st, AT_SYMLINK_NOFOLLOW) != 0) return -errno;
     switch (st.st_mode & S_IFMT) {
-        case S_IFREG:
-            return copyRegular(srcDir, srcName, dstDir, dstName, st);
-        case S_IFDIR:
-            return copyDirectory(srcDir, srcName, dstDir, dstName, st);
-        case S_IFLNK:
-            return copyLink(srcDir, srcName, dstDir, dstName, st);
-        default:
-            return 0;
+        case S_IFREG: return copyRegular(srcDir, srcName, dstDir, dstName, st);
+        case S_IFDIR: return copyDirectory(srcDir, srcName, dstDir, dstName, st);
+        case S_IFLNK: return copyLink(srcDir, srcName, dstDir, dstName, st);
+        default: return 0;
     }
 }
 

@@ -75,7 +75,7 @@ int CommandListenerEnterprise::copyCmd::runCommand(SocketClient* cli, int argc, 
               static_cast<unsigned long long>(mOffset), static_cast<unsigned long>(mLength),
               static_cast<unsigned long long>(mSize));
         return pelk::replyChunkResult(
-                cli, pelk->copyChunk(mSrcPath, mSrcId, mDstPath, mDstId, mOffset, mLength, mSize, mFlag));
+            cli, pelk->copyChunk(mSrcPath, mSrcId, mDstPath, mDstId, mOffset, mLength, mSize, mFlag));
     }
     if (strcmp(mSubCommand, "cancel") == 0) return runCancel(cli, pelk);
     pelk::sendReply(cli, pelk::REPLY_BAD_ARGS, "unknown sub-command");

@@ -20,6 +20,13 @@ using testfs::writeFile;
 const std::string kArea = "/data/media/10";
 const std::string kPkgDir = "/data/user/10/com.example.app";
 
+// One "copy" line from user 10 to user 11 with flag 0; `numbers` are the
+// offset, length and size words.
+std::string copyLine(const std::string& sub, const std::string& src, const std::string& dst,
+                     const std::string& numbers = "0 0 0") {
+    return "copy " + sub + " " + src + " 10 " + dst + " 11 0 " + numbers + "\n";
+}
+
 class FileCommands : public e2e::DaemonTest {
 protected:
     std::vector<std::string> send(const std::string& lines) { return e2e::pelkctl({}, lines).lines; }
@@ -28,14 +35,13 @@ protected:
 TEST_F(FileCommands, CopiesWholeAndInChunks) {
     ASSERT_TRUE(writeFile(kArea + "/src/a", "whole tree"));
     ASSERT_TRUE(writeFile(kArea + "/big", std::string(3000, 'c')));
-    auto r = send("copy whole " + kArea + "/src 10 " + kArea + "/dst 11 0 0 0 0\n"
-                  "copy chunk " + kArea + "/big 10 " + kArea + "/big.copy 11 0 0 1000 3000\n"
-                  "copy chunk " + kArea + "/big 10 " + kArea + "/big.copy 11 0 1000 0x7d0 3000\n"
-                  "copy move " + kArea + "/big 10 " + kArea + "/x 11 0 0 0 0\n"
-                  "copy chunk " + kArea + "/big 10 " + kArea + "/part 11 0 0 1000 3000\n"
-                  "copy cancel " + kArea + "/big 10 " + kArea + "/part 11 0 0 0 3000\n");
-    EXPECT_EQ((std::vector<std::string>{"200 1 success", "201 2 on going", "200 3 success",
-                                        "501 4 unknown sub-command", "201 5 on going", "200 6 success"}),
+    const std::string big = kArea + "/big";
+    auto r = send(
+        copyLine("whole", kArea + "/src", kArea + "/dst") + copyLine("chunk", big, big + ".copy", "0 1000 3000") +
+        copyLine("chunk", big, big + ".copy", "1000 0x7d0 3000") + copyLine("move", big, kArea + "/x") +
+        copyLine("chunk", big, kArea + "/part", "0 1000 3000") + copyLine("cancel", big, kArea + "/part", "0 0 3000"));
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "201 2 on going", "200 3 success", "501 4 unknown sub-command",
+                                        "201 5 on going", "200 6 success"}),
               r);
     EXPECT_EQ("whole tree", readFile(kArea + "/dst/a"));
     EXPECT_EQ(std::string(3000, 'c'), readFile(kArea + "/big.copy"));
@@ -49,22 +55,20 @@ TEST_F(FileCommands, BadCopiesGetTheFailureReplyAndChangeNothing) {
     ASSERT_TRUE(writeFile("/data/outside/keep", "keep"));
     ASSERT_EQ(0, symlink("/data/outside", (kArea + "/escape").c_str()));
     const std::string einval = std::string("failed -22 ") + strerror(EINVAL);
-    auto r = send("copy whole " + kArea + "/big 10 " + kArea + "/../outside/keep 11 0 0 0 0\n"
-                  "copy whole " + kArea + "/big 10 " + kArea + "/escape/keep 11 0 0 0 0\n"
-                  "copy chunk " + kArea + "/big 10 " + kArea + "/c 11 0 -5 10 100\n"
-                  "copy chunk " + kArea + "/big 10 " + kArea + "/c 11 0 200 10 100\n"
-                  "copy chunk " + kArea + "/big 10 " + kArea + "/c 11 0 0 10 -1\n"
-                  "copy cancel " + kArea + "/big 10 " + kArea + "/escape/keep 11 0 0 0 0\n"
-                  "copy whole " + std::string(5000, 'p') + " 10 " + kArea + "/d 11 0 0 0 0\n"
-                  "copy " + std::string(40, 'w') + " a 10 b 11 0 0 0 0\n");
+    const std::string big = kArea + "/big";
+    auto r =
+        send(copyLine("whole", big, kArea + "/../outside/keep") + copyLine("whole", big, kArea + "/escape/keep") +
+             copyLine("chunk", big, kArea + "/c", "-5 10 100") + copyLine("chunk", big, kArea + "/c", "200 10 100") +
+             copyLine("chunk", big, kArea + "/c", "0 10 -1") + copyLine("cancel", big, kArea + "/escape/keep") +
+             copyLine("whole", std::string(5000, 'p'), kArea + "/d") + copyLine(std::string(40, 'w'), "a", "b"));
     EXPECT_EQ((std::vector<std::string>{"281 1 " + einval, "281 2 failed -40 " + std::string(strerror(ELOOP)),
-                                        "281 3 " + einval, "281 4 " + einval, "281 5 " + einval,
-                                        "281 6 failed -40", "281 7 " + einval, "501 8 unknown sub-command"}),
+                                        "281 3 " + einval, "281 4 " + einval, "281 5 " + einval, "281 6 failed -40",
+                                        "281 7 " + einval, "501 8 unknown sub-command"}),
               r);
     EXPECT_EQ("keep", readFile("/data/outside/keep"));
     EXPECT_FALSE(exists(kArea + "/c"));
     EXPECT_EQ(1, liblog_count("copy ERROR [from_file=" + kArea + "/big from_id=10 to_file=" + kArea +
-                                      "/escape/keep to_id=11 flag=0]",
+                                  "/escape/keep to_id=11 flag=0]",
                               "pelkd", ANDROID_LOG_ERROR));
 }
 
@@ -79,11 +83,19 @@ TEST_F(FileCommands, ScanDirAnswersEntriesUntilTheEnd) {
 TEST_F(FileCommands, FileInfoDeleteAndPermissions) {
     ASSERT_TRUE(writeFile(kArea + "/tree/f", "12345"));
     ASSERT_TRUE(writeFile(kArea + "/full/f", ""));
-    auto r = send("get_file_info " + kArea + "/missing 10\n"
-                  "delete_file " + kArea + "/tree/f 10\n"
-                  "delete_file " + kArea + "/full 10\n"
-                  "change_permission_migration " + kArea + "/tree 1010057 1010057 488\n"
-                  "change_permission_migration " + kArea + "/../outside 0 0 511\n");
+    auto r = send("get_file_info " + kArea +
+                  "/missing 10\n"
+                  "delete_file " +
+                  kArea +
+                  "/tree/f 10\n"
+                  "delete_file " +
+                  kArea +
+                  "/full 10\n"
+                  "change_permission_migration " +
+                  kArea +
+                  "/tree 1010057 1010057 488\n"
+                  "change_permission_migration " +
+                  kArea + "/../outside 0 0 511\n");
     const std::string eperm = std::string("failed -1 ") + strerror(1);
     EXPECT_EQ((std::vector<std::string>{"281 1 " + eperm, "200 2 success", "281 3 " + eperm, "200 4 success",
                                         "281 5 failed -22 " + std::string(strerror(EINVAL))}),
@@ -115,8 +127,8 @@ protected:
     }
     std::vector<std::string> handle(const std::string& sub, const std::string& pkg, int type, int count,
                                     const std::string& items) {
-        return send("handle_enc_pkg 10 " + sub + " " + pkg + " " + std::to_string(type) + " " +
-                    std::to_string(count) + " " + items + " 0\n");
+        return send("handle_enc_pkg 10 " + sub + " " + pkg + " " + std::to_string(type) + " " + std::to_string(count) +
+                    " " + items + " 0\n");
     }
 };
 
@@ -143,12 +155,15 @@ TEST_F(EncryptedPackages, RefusedItemsAndPartitions) {
     ASSERT_EQ(0, symlink("/data/outside", (kPkgDir + "/link").c_str()));
     ASSERT_TRUE(writeFile("/data/outside/keep", "keep"));
     for (int type : {100, 109}) {
-        EXPECT_EQ(std::vector<std::string>{"281 1 failed"}, handle("calculate_pkg_dir", "com.example.app", type, 1, "cache"));
+        EXPECT_EQ(std::vector<std::string>{"281 1 failed"},
+                  handle("calculate_pkg_dir", "com.example.app", type, 1, "cache"));
     }
     EXPECT_EQ(2, liblog_count("Error!! unsupported base partition", "pelkd", ANDROID_LOG_ERROR));
 
-    EXPECT_EQ(std::vector<std::string>{"281 1 failed"}, handle("clear_pkg_data_dir", "com.example.app", 101, 1, "../../0"));
-    EXPECT_EQ(std::vector<std::string>{"281 1 failed"}, handle("clear_pkg_data_dir", "com.example.app", 101, 1, "link"));
+    EXPECT_EQ(std::vector<std::string>{"281 1 failed"},
+              handle("clear_pkg_data_dir", "com.example.app", 101, 1, "../../0"));
+    EXPECT_EQ(std::vector<std::string>{"281 1 failed"},
+              handle("clear_pkg_data_dir", "com.example.app", 101, 1, "link"));
     EXPECT_EQ(2, liblog_count("Only canonical path can be handled.."));
     EXPECT_EQ("keep", readFile("/data/outside/keep"));
 

@@ -176,9 +176,9 @@ TEST_F(CopyEngine, BadChunksAreRefusedBeforeAnythingIsWritten) {
     EXPECT_EQ(-EINVAL, chunk(src, dst, -1, 10, 1000));
     EXPECT_EQ(-EINVAL, chunk(src, dst, 0, -10, 1000));
     EXPECT_EQ(-EINVAL, chunk(src, dst, 0, 10, -1));
-    EXPECT_EQ(-EINVAL, chunk(src, dst, 1001, 0, 1000));    // offset past the end
-    EXPECT_EQ(-EINVAL, chunk(src, dst, 900, 200, 1000));   // range past the end
-    EXPECT_EQ(-EINVAL, chunk(src, dst, 990, 20, 2000));     // more than the source holds
+    EXPECT_EQ(-EINVAL, chunk(src, dst, 1001, 0, 1000));   // offset past the end
+    EXPECT_EQ(-EINVAL, chunk(src, dst, 900, 200, 1000));  // range past the end
+    EXPECT_EQ(-EINVAL, chunk(src, dst, 990, 20, 2000));   // more than the source holds
     EXPECT_EQ(-EINVAL, chunk(src, dst, 0x7fffffffffffffffLL, 0x7fffffffffffffffL, 0x7fffffffffffffffLL));
     EXPECT_FALSE(exists(dst));
     EXPECT_EQ(-EINVAL, chunk(src, src, 0, 10, 1000));
