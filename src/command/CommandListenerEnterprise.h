@@ -12,6 +12,7 @@
 
 #include "command/PelkdCommand.h"
 
+class Partition;
 class Pelk;
 class SocketClient;
 
@@ -178,6 +179,8 @@ public:
         using PelkdCommand::runCommand;
         int runCommand(SocketClient* cli, int argc, char** argv, Pelk* pelk) override;
         int parseCmd(int argc, char** argv);
+        int runWhole(SocketClient* cli, Pelk* pelk);
+        int runCancel(SocketClient* cli, Pelk* pelk);
         int mExpectedArgc = 10;
         char mSubCommand[32] = {};
         char mSrcPath[PATH_SIZE] = {};
@@ -270,6 +273,8 @@ public:
         using PelkdCommand::runCommand;
         int runCommand(SocketClient* cli, int argc, char** argv, Pelk* pelk) override;
         int parseCmd(int argc, char** argv);
+        // Measures or clears one item below the package's directory; 0 or -1.
+        int handleItem(Partition* partition, const char* item, char* sizes, size_t sizesSize);
         int mExpectedArgc = 8;
         int mUserId = -1;
         char mSubCommand[PATH_SIZE] = {};

@@ -69,4 +69,15 @@ int replyFailure(SocketClient* cli, int result) {
     return -1;
 }
 
+int replyChunkResult(SocketClient* cli, int result) {
+    if (result < 0) {
+        replyFailure(cli, result);
+    } else if (result == 1) {
+        replySuccess(cli);
+    } else {
+        sendReply(cli, REPLY_ON_GOING, "on going");
+    }
+    return result;
+}
+
 }  // namespace pelk

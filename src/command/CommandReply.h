@@ -43,6 +43,9 @@ int replyFailed(SocketClient* cli);
 // 281 "failed <r> <strerror(-r)>" for a negative r, 281 "failed <r>" for a
 // positive one; answers -1.
 int replyFailure(SocketClient* cli, int result);
-
+// The reply to one chunk of a chunked copy: a negative r is the failure
+// reply; 1 (the copy is complete) gets 200 "success"; 0 and any other
+// positive value get 201 "on going". Answers r.
+int replyChunkResult(SocketClient* cli, int result);
 
 }  // namespace pelk

@@ -1,9 +1,17 @@
 // Commands served by the manager's copy engine: directory scans, whole and
 // chunked copies, and the owner and mode changes of a migration.
+#define LOG_TAG "pelkd"
+
+#include <log/log.h>
 #include <stdlib.h>
+#include <string.h>
+
+#include <fileops/CopyFileImpl.h>
 
 #include "command/CommandListenerEnterprise.h"
 #include "command/CommandReply.h"
+#include "manager/Pelk.h"
+#include "partition/Partition.h"
 
 using pelk::countMatches;
 using pelk::replyFailed;
@@ -19,11 +27,21 @@ int CommandListenerEnterprise::scanDirCmd::parseCmd(int argc, char** argv) {
     return 0;
 }
 
-int CommandListenerEnterprise::scanDirCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+static_assert(sizeof(CommandListenerEnterprise::scanDirCmd::mScanText) == CopyFileImpl::SCAN_TEXT_SIZE,
+              "the scan fills the whole text");
+
+int CommandListenerEnterprise::scanDirCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk* pelk) {
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // The copy engine is not in this build yet.
-    return replyFailed(cli);
+    int result = pelk->scanDir(mPath, mScanText, mNumber);
+    if (result == 1) {
+        pelk::replySuccess(cli);
+    } else if (result == 0) {
+        pelk::sendLongReply(cli, pelk::REPLY_ON_GOING, "%s", mScanText);
+    } else {
+        replyFailed(cli);
+    }
+    return result;
 }
 
 // ---- copy ----
@@ -43,11 +61,41 @@ int CommandListenerEnterprise::copyCmd::parseCmd(int argc, char** argv) {
     return 0;
 }
 
-int CommandListenerEnterprise::copyCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+int CommandListenerEnterprise::copyCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk* pelk) {
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // The copy engine is not in this build yet.
-    return replyFailed(cli);
+    if (mDstId != 0 && Partition::isSdcardPath(mDstPath)) {
+        // Built and dropped at once: its construction is all the target's
+        // emulated view needs here.
+        Partition view(mDstId, PARTITION_SDCARDFS_DEFAULT, nullptr, true);
+    }
+    if (strcmp(mSubCommand, "whole") == 0) return runWhole(cli, pelk);
+    if (strcmp(mSubCommand, "chunk") == 0) {
+        SLOGI("copy (chunk) %s -> %s [o:%llu] [l:%lu] [s:%llu]", mSrcPath, mDstPath,
+              static_cast<unsigned long long>(mOffset), static_cast<unsigned long>(mLength),
+              static_cast<unsigned long long>(mSize));
+        return pelk::replyChunkResult(
+            cli, pelk->copyChunk(mSrcPath, mSrcId, mDstPath, mDstId, mOffset, mLength, mSize, mFlag));
+    }
+    if (strcmp(mSubCommand, "cancel") == 0) return runCancel(cli, pelk);
+    pelk::sendReply(cli, pelk::REPLY_BAD_ARGS, "unknown sub-command");
+    return -1;
+}
+
+int CommandListenerEnterprise::copyCmd::runWhole(SocketClient* cli, Pelk* pelk) {
+    int result = pelk->copy(mSrcPath, mSrcId, mDstPath, mDstId, mFlag);
+    if (result == 0) return pelk::replySuccess(cli);
+    SLOGE("copy ERROR [from_file=%s from_id=%d to_file=%s to_id=%d flag=%x]", mSrcPath, mSrcId, mDstPath, mDstId,
+          mFlag);
+    return pelk::replyFailure(cli, result);
+}
+
+int CommandListenerEnterprise::copyCmd::runCancel(SocketClient* cli, Pelk* pelk) {
+    SLOGI("copy (cancel) %s -> %s [s:%llu]", mSrcPath, mDstPath, static_cast<unsigned long long>(mSize));
+    int result = pelk->copyCancel(mDstPath, mSize);
+    if (result >= 0) return pelk::replySuccess(cli);
+    pelk::sendReply(cli, pelk::REPLY_FAILED, "failed %d", result);
+    return -1;
 }
 
 // ---- change_permission_migration ----
@@ -64,9 +112,11 @@ int CommandListenerEnterprise::changePermissionMigrationCmd::parseCmd(int argc, 
 }
 
 int CommandListenerEnterprise::changePermissionMigrationCmd::runCommand(SocketClient* cli, int argc, char** argv,
-                                                                         Pelk*) {
+                                                                         Pelk* pelk) {
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // The copy engine is not in this build yet.
-    return replyFailed(cli);
+    int result = pelk->changePermissionMigration(mPath, mUid, mGid, mMode);
+    if (result == 0) return pelk::replySuccess(cli);
+    SLOGE("changePermissionMigrationCmd ERROR [mPath=%s mUid=%d mGid=%d mMode=%d]", mPath, mUid, mGid, mMode);
+    return pelk::replyFailure(cli, result);
 }

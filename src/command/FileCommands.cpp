@@ -63,11 +63,13 @@ int CommandListenerEnterprise::getFileInfoCmd::runCommand(SocketClient* cli, int
 // ---- delete_file ----
 CommandListenerEnterprise::deleteFileCmd::deleteFileCmd() : pathCmd("delete_file") {}
 
-int CommandListenerEnterprise::deleteFileCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+int CommandListenerEnterprise::deleteFileCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk* pelk) {
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // File deletion by the manager is not in this build yet.
-    return pelk::replyFailed(cli);
+    int result = pelk->deleteFile(mFilePath, mContainerId);
+    if (result == 0) return pelk::replySuccess(cli);
+    SLOGE("deleteFile ERROR [mFilePath=%s mContainerId=%d]", mFilePath, mContainerId);
+    return pelk::replyFailure(cli, result);
 }
 
 // ---- dlp_notify ----
@@ -77,9 +79,11 @@ int CommandListenerEnterprise::dlpNotifyCmd::parseCmd(int, char**) {
     return 0;  // any number of words: the DLP library reads them
 }
 
-int CommandListenerEnterprise::dlpNotifyCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
+int CommandListenerEnterprise::dlpNotifyCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk* pelk) {
     dumpArgs(argc, argv);
     parseCmd(argc, argv);
-    // Forwarding to the DLP library is not in this build yet.
-    return pelk::replyFailed(cli);
+    int result = pelk->forwardDLPCommand(argc, argv);
+    if (result == 0) return pelk::replySuccess(cli);
+    SLOGE("forwardDLPCommand ERROR = %d", result);
+    return pelk::replyFailure(cli, result);
 }

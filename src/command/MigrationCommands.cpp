@@ -1,5 +1,4 @@
-// Container database and data migration, and the package directories of an
-// encrypted partition (their sizes, or clearing them).
+// Container database and data migration.
 #define LOG_TAG "pelkd"
 
 #include <log/log.h>
@@ -32,27 +31,5 @@ int CommandListenerEnterprise::migrationCmd::runCommand(SocketClient* cli, int a
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
     // Database and data migration are not in this build yet.
-    return replyFailed(cli);
-}
-
-// ---- handle_enc_pkg ----
-CommandListenerEnterprise::handleEncPkgCmd::handleEncPkgCmd() : PelkdCommand("handle_enc_pkg") {}
-
-int CommandListenerEnterprise::handleEncPkgCmd::parseCmd(int argc, char** argv) {
-    if (!countMatches(argc, mExpectedArgc)) return -1;
-    mUserId = atoi(argv[1]);
-    pelk::copyWord(mSubCommand, sizeof(mSubCommand), argv[2]);
-    pelk::copyWord(mPackageName, sizeof(mPackageName), argv[3]);
-    mType = atoi(argv[4]);
-    mItemCount = atoi(argv[5]);
-    pelk::copyWord(mItemList, sizeof(mItemList), argv[6]);
-    mClearFlag = atoi(argv[7]);
-    return 0;
-}
-
-int CommandListenerEnterprise::handleEncPkgCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
-    dumpArgs(argc, argv);
-    if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // Package directory sizes and clearing are not in this build yet.
     return replyFailed(cli);
 }

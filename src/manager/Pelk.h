@@ -154,7 +154,7 @@ public:
     // Hands a "dlp_notify" line to the DLP library.
     int forwardDLPCommand(int argc, char** argv);
     // Copy engine forwarders: the library's results unchanged.
-    int scanDir(const char* path, char* out, long len);
+    int scanDir(const char* path, char* out, long position);
     int copy(char* src, int srcId, char* dst, int dstId, unsigned int flags);
     int copyChunk(const char* src, int srcId, const char* dst, int dstId, long long offset, long length,
                   long long size, int flag);

@@ -78,7 +78,7 @@ public:
     // 1 when the path resolves to itself, else -1.
     static int isCanonicalPath(const char* path);
     // True when the path lies in the runtime default emulated tree.
-    bool isSdcardPath(const char* path);
+    static bool isSdcardPath(const char* path);
     // Makes and registers the "Chamber" directory of an sdcard partition.
     bool makeZanthChamberDirectory();
     // Removes it; true when there was nothing to remove or removal failed.

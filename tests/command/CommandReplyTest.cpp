@@ -43,6 +43,17 @@ TEST_F(Replies, FailureTextDependsOnTheSign) {
     EXPECT_EQ("501 given argc [1] != expected [2]", next());
 }
 
+TEST_F(Replies, ChunkResultsOtherThanOneAreStillGoing) {
+    EXPECT_EQ(0, pelk::replyChunkResult(mClient, 0));
+    EXPECT_EQ("201 on going", next());
+    EXPECT_EQ(2, pelk::replyChunkResult(mClient, 2));
+    EXPECT_EQ("201 on going", next());
+    EXPECT_EQ(1, pelk::replyChunkResult(mClient, 1));
+    EXPECT_EQ("200 success", next());
+    EXPECT_EQ(-22, pelk::replyChunkResult(mClient, -22));
+    EXPECT_EQ(std::string("281 failed -22 ") + strerror(22), next());
+}
+
 TEST_F(Replies, TextsAreCutToTheirBuffers) {
     std::string word(5000, 'w');
     pelk::sendReply(mClient, 200, "%s", word.c_str());

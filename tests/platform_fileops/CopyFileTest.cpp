@@ -67,10 +67,3 @@ TEST(CopyFile, FailuresAnswerANegativeErrnoAndLeaveNoTarget) {
     EXPECT_NE(access("/data/local/tmp/dst", F_OK), 0);
     EXPECT_EQ(readFile("/data/local/tmp/src"), "x");
 }
-
-TEST(CopyFile, TheOtherOperationsAreNotSupportedYet) {
-    CopyFileImpl engine;
-    char out[64];
-    EXPECT_EQ(engine.getDirNextFile("/data", out, sizeof(out)), -EOPNOTSUPP);
-    EXPECT_EQ(engine.copyCancel("/data/x", 0), -EOPNOTSUPP);
-}
