@@ -4,6 +4,7 @@
 #include "tools/Chown.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <log/log.h>
 #include <pwd.h>
@@ -13,8 +14,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "base/DirEntry.h"
 #include "base/Strings.h"
+#include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
 
 namespace {
@@ -62,19 +67,70 @@ char* splitGroup(char* spec) {
     return separator + 1;
 }
 
-int chownDirectory(const char* path, uid_t uid, gid_t gid) {
-    pelk::UniqueDir dir(opendir(path));
-    if (!dir) return -1;
-    char child[kPathSize];
-    while (const struct dirent* entry = readdir(dir.get())) {
-        if (pelk::isDotOrDotDot(entry->d_name)) continue;
-        snprintf(child, sizeof(child), "%s/%s", path, entry->d_name);
-        // A failed child hands its errno up as a positive number; kept.
-        if (chown_recursive(child, uid, gid) < 0) return errno;
+// The walk below a directory works relative to the open directory: no path
+// is looked up again from the root, and a directory swapped for a link
+// between the look and the open is refused rather than followed. The path
+// is still formed, cut at kPathSize, for the log line of every entry.
+class ChownWalk {
+public:
+    ChownWalk(const char* root, uid_t uid, gid_t gid) : uid_(uid), gid_(gid) {
+        length_ = std::min(strlen(root), sizeof(path_) - 1);
+        memcpy(path_, root, length_);
+        path_[length_] = '\0';
     }
-    if (closedir(dir.release()) != 0) return -1;
-    return chown(path, uid, gid);
-}
+
+    // Children first, then the directory `name` of parentFd itself.
+    int directory(int parentFd, const char* name) {
+        pelk::UniqueFd fd(openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!fd.ok()) return -1;
+        pelk::UniqueDir dir(pelk::Fdopendir(std::move(fd)));
+        if (!dir) return -1;
+        while (const struct dirent* entry = readdir(dir.get())) {
+            if (pelk::isDotOrDotDot(entry->d_name)) continue;
+            size_t saved = enter(entry->d_name);
+            int result = child(dirfd(dir.get()), entry);
+            leave(saved);
+            // A failed child hands its errno up as a positive number; kept.
+            if (result < 0) return errno;
+        }
+        if (closedir(dir.release()) != 0) return -1;
+        return fchownat(parentFd, name, uid_, gid_, 0);
+    }
+
+private:
+    int child(int dirFd, const struct dirent* entry) {
+        ALOGD("chown_recursive %s", path_);
+        switch (pelk::entryType(dirFd, entry)) {
+            case DT_UNKNOWN:
+                ALOGD("failed to lstat %s", path_);
+                return errno == ENOENT ? 0 : -1;
+            case DT_LNK:
+                ALOGE("%s :: skip link file", "chown_recursive");
+                return 0;
+            case DT_DIR:
+                return directory(dirFd, entry->d_name);
+            default:
+                return fchownat(dirFd, entry->d_name, uid_, gid_, 0);
+        }
+    }
+
+    // Appends "/name" (cut to the buffer) and answers the length to go back to.
+    size_t enter(const char* name) {
+        size_t saved = length_;
+        int added = snprintf(path_ + length_, sizeof(path_) - length_, "/%s", name);
+        length_ = std::min(length_ + static_cast<size_t>(added), sizeof(path_) - 1);
+        return saved;
+    }
+    void leave(size_t saved) {
+        length_ = saved;
+        path_[length_] = '\0';
+    }
+
+    uid_t uid_;
+    gid_t gid_;
+    char path_[kPathSize];
+    size_t length_ = 0;
+};
 
 }  // namespace
 
@@ -90,7 +146,8 @@ int chown_recursive(const char* path, unsigned int uid, unsigned int gid) {
         return 0;
     }
     if (!S_ISDIR(st.st_mode)) return chown(path, uid, gid);
-    return chownDirectory(path, uid, gid);
+    ChownWalk walk(path, uid, gid);
+    return walk.directory(AT_FDCWD, path);
 }
 
 int chown_migration(char* path, unsigned int uid, unsigned int gid) { return chown_recursive(path, uid, gid); }
