@@ -27,32 +27,31 @@ namespace {
 constexpr size_t kUserSpecSize = 32;
 constexpr size_t kPathSize = 4096;
 
-// A number as strtoul reads it with base 0 (trailing text ignored); false
-// when no digit could be read.
-bool readId(const char* text, unsigned long* id) {
+// The id of a known name (knownId, -1 when the name is not known), else the
+// number strtoul reads with base 0 (trailing text ignored); false when no
+// digit could be read.
+bool resolveId(const char* name, long knownId, unsigned long* id) {
+    if (knownId >= 0) {
+        *id = static_cast<unsigned long>(knownId);
+        return true;
+    }
     char* end = nullptr;
-    *id = strtoul(text, &end, 0);
-    return end != text;
+    *id = strtoul(name, &end, 0);
+    return end != name;
 }
 
 bool lookUpUser(const char* name, uid_t* uid) {
-    if (const struct passwd* pw = getpwnam(name)) {
-        *uid = pw->pw_uid;
-        return true;
-    }
+    const struct passwd* pw = getpwnam(name);
     unsigned long id;
-    if (!readId(name, &id)) return false;
+    if (!resolveId(name, pw ? static_cast<long>(pw->pw_uid) : -1, &id)) return false;
     *uid = static_cast<uid_t>(id);
     return true;
 }
 
 bool lookUpGroup(const char* name, gid_t* gid) {
-    if (const struct group* gr = getgrnam(name)) {
-        *gid = gr->gr_gid;
-        return true;
-    }
+    const struct group* gr = getgrnam(name);
     unsigned long id;
-    if (!readId(name, &id)) return false;
+    if (!resolveId(name, gr ? static_cast<long>(gr->gr_gid) : -1, &id)) return false;
     *gid = static_cast<gid_t>(id);
     return true;
 }

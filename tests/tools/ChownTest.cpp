@@ -10,6 +10,7 @@
 
 #include "support/Files.h"
 #include "tools/Chown.h"
+#include "tools/ToolWords.h"
 
 namespace {
 
@@ -17,15 +18,14 @@ const std::string kRoot = "/data/chown";
 
 // Runs chown_pelkd with "chown" and these words, like a command line.
 int chownWords(std::vector<std::string> words, int recursive = 0) {
-    words.insert(words.begin(), "chown");
-    std::vector<char*> argv;
-    for (std::string& w : words) argv.push_back(&w[0]);
-    argv.push_back(nullptr);
-    return chown_pelkd(static_cast<int>(words.size()), argv.data(), recursive);
+    toolwords::Argv argv = toolwords::command("chown", std::move(words));
+    return chown_pelkd(argv.count(), argv.data(), recursive);
 }
 
 uid_t uidOf(const std::string& path) { return testfs::statOf(path).st_uid; }
 gid_t gidOf(const std::string& path) { return testfs::statOf(path).st_gid; }
+// "uid:gid" of path, to compare both at once.
+std::string ownerOf(const std::string& path) { return std::to_string(uidOf(path)) + ":" + std::to_string(gidOf(path)); }
 
 int loggedMain(const std::string& text) { return liblog_count(text, "pelkd", ANDROID_LOG_ERROR, LOG_ID_MAIN); }
 
@@ -35,25 +35,17 @@ TEST(Chown, UserSpecsByNumberAndName) {
     const std::string file = kRoot + "/f";
     ASSERT_TRUE(testfs::writeFile(file));
     EXPECT_EQ(0, chownWords({"1000.1000", file}));
-    EXPECT_EQ(1000u, uidOf(file));
-    EXPECT_EQ(1000u, gidOf(file));
+    EXPECT_EQ("1000:1000", ownerOf(file));
     EXPECT_EQ(1, loggedMain("chown user=1000.1000"));
 
-    // ":" wins over "."; numbers are read with base 0, trailing text ignored.
-    EXPECT_EQ(0, chownWords({"0x3e9:010", file}));
-    EXPECT_EQ(1001u, uidOf(file));
-    EXPECT_EQ(8u, gidOf(file));
-    EXPECT_EQ(0, chownWords({"1002abc", file}));
-    EXPECT_EQ(1002u, uidOf(file));
-    EXPECT_EQ(8u, gidOf(file));
-
-    // A known name without a group leaves the group.
-    EXPECT_EQ(0, chownWords({"nobody", file}));
-    EXPECT_EQ(65534u, uidOf(file));
-    EXPECT_EQ(8u, gidOf(file));
-    EXPECT_EQ(0, chownWords({"root:root", file}));
-    EXPECT_EQ(0u, uidOf(file));
-    EXPECT_EQ(0u, gidOf(file));
+    // ":" wins over "."; numbers are read with base 0, trailing text ignored;
+    // a known name without a group leaves the group.
+    const char* specs[][2] = {
+        {"0x3e9:010", "1001:8"}, {"1002abc", "1002:8"}, {"nobody", "65534:8"}, {"root:root", "0:0"}};
+    for (const auto& spec : specs) {
+        EXPECT_EQ(0, chownWords({spec[0], file})) << spec[0];
+        EXPECT_EQ(spec[1], ownerOf(file)) << spec[0];
+    }
 }
 
 TEST(Chown, UnknownNamesMissingFilesAndTooFewWords) {
@@ -89,10 +81,7 @@ TEST(Chown, RecursiveWalksOnlyTheFirstFileAndSkipsLinks) {
     ASSERT_EQ(0, symlink(other.c_str(), (tree + "/link").c_str()));
 
     EXPECT_EQ(0, chownWords({"1000.1001", tree, other}, 1));
-    for (const char* p : {"", "/a", "/a/b", "/a/b/deep", "/top"}) {
-        EXPECT_EQ(1000u, uidOf(tree + p)) << p;
-        EXPECT_EQ(1001u, gidOf(tree + p)) << p;
-    }
+    for (const char* p : {"", "/a", "/a/b", "/a/b/deep", "/top"}) EXPECT_EQ("1000:1001", ownerOf(tree + p)) << p;
     EXPECT_EQ(0u, uidOf(tree + "/link"));  // the link itself
     EXPECT_EQ(0u, uidOf(other));           // neither its target nor the second file
     EXPECT_EQ(1, loggedMain("chown_recursive :: skip link file"));

@@ -8,17 +8,15 @@
 
 #include "support/Files.h"
 #include "tools/MakeDir.h"
+#include "tools/ToolWords.h"
 
 namespace {
 
 const std::string kRoot = "/data/mk";
 
 int mkdirWords(std::vector<std::string> words, const char* owner = "1000.1000") {
-    words.insert(words.begin(), "mkdir");
-    std::vector<char*> argv;
-    for (std::string& w : words) argv.push_back(&w[0]);
-    argv.push_back(nullptr);
-    return mkdir_pelkd(static_cast<int>(words.size()), argv.data(), owner);
+    toolwords::Argv argv = toolwords::command("mkdir", std::move(words));
+    return mkdir_pelkd(argv.count(), argv.data(), owner);
 }
 
 uid_t uidOf(const std::string& path) { return testfs::statOf(path).st_uid; }

@@ -9,17 +9,15 @@
 
 #include "support/Files.h"
 #include "tools/Remove.h"
+#include "tools/ToolWords.h"
 
 namespace {
 
 const std::string kRoot = "/data/rm";
 
 int rmWords(std::vector<std::string> words) {
-    words.insert(words.begin(), "rm");
-    std::vector<char*> argv;
-    for (std::string& w : words) argv.push_back(&w[0]);
-    argv.push_back(nullptr);
-    return rm_pelkd(static_cast<int>(words.size()), argv.data());
+    toolwords::Argv argv = toolwords::command("rm", std::move(words));
+    return rm_pelkd(argv.count(), argv.data());
 }
 
 int loggedDebug(const std::string& text) { return liblog_count(text, "pelkd", ANDROID_LOG_DEBUG, LOG_ID_MAIN); }
