@@ -66,6 +66,13 @@ char* splitGroup(char* spec) {
     return separator + 1;
 }
 
+// A path that is gone by the time it is looked at is not a failure.
+int lstatFailed(const char* path) {
+    int error = errno;  // the log line must not decide the result
+    ALOGD("failed to lstat %s", path);
+    return error == ENOENT ? 0 : -1;
+}
+
 // The walk below a directory works relative to the open directory: no path
 // is looked up again from the root, and a directory swapped for a link
 // between the look and the open is refused rather than followed. The path
@@ -101,8 +108,7 @@ private:
         ALOGD("chown_recursive %s", path_);
         switch (pelk::entryType(dirFd, entry)) {
             case DT_UNKNOWN:
-                ALOGD("failed to lstat %s", path_);
-                return errno == ENOENT ? 0 : -1;
+                return lstatFailed(path_);
             case DT_LNK:
                 ALOGE("%s :: skip link file", "chown_recursive");
                 return 0;
@@ -136,10 +142,7 @@ private:
 int chown_recursive(const char* path, unsigned int uid, unsigned int gid) {
     ALOGD("chown_recursive %s", path);
     struct stat st;
-    if (lstat(path, &st) != 0) {
-        ALOGD("failed to lstat %s", path);
-        return errno == ENOENT ? 0 : -1;
-    }
+    if (lstat(path, &st) != 0) return lstatFailed(path);
     if (S_ISLNK(st.st_mode)) {
         ALOGE("%s :: skip link file", "chown_recursive");
         return 0;
