@@ -3,12 +3,15 @@
 
 #include <log/log.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include "command/CommandListenerEnterprise.h"
 #include "command/CommandReply.h"
+#include "tools/DbMigration.h"
 
 using pelk::countMatches;
 using pelk::replyFailed;
+using pelk::replySuccess;
 using pelk::replyWrongCount;
 
 // ---- migration ----
@@ -30,6 +33,12 @@ int CommandListenerEnterprise::migrationCmd::parseCmd(int argc, char** argv) {
 int CommandListenerEnterprise::migrationCmd::runCommand(SocketClient* cli, int argc, char** argv, Pelk*) {
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
-    // Database and data migration are not in this build yet.
+    int result = -1;
+    if (strncmp(mKind, "mirel_db", WORD_SIZE) == 0) {
+        result = mirelDbmigration(mUserId, mName, mExtraCount, const_cast<const char**>(argv + 4));
+    }
+    if (strncmp(mKind, "data", WORD_SIZE) == 0) result = dataMigration(mUserId);
+    if (result == 0) return replySuccess(cli);
+    SLOGE("migration %s error : %d", mKind, result);
     return replyFailed(cli);
 }
