@@ -127,6 +127,8 @@ ls -d /data/zanth/data/10 2>/dev/null || echo "   /data/zanth/data/10 is gone"
 # The other sockets and sides of the daemon, one part each.
 source "$(dirname "$0")/demo_private.sh"
 demo_private
+source "$(dirname "$0")/demo_migration.sh"
+demo_migration
 
 say "a shell on the device: pelkd runs as pid $PELKD_PID. Try"
 cat <<'EOF'
