@@ -117,11 +117,14 @@ int FsHandlerThread::process(void* context) {
     ecryptfs_netlink_recvmsg* msg = ctx->message;
     msg->payload = nullptr;
     msg->header = reinterpret_cast<nlmsghdr*>(msg->data);
-    msg->type = netlinkwire::getU16(msg->data + 4);
-    msg->length = netlinkwire::getU32(msg->data);
     // Compared unsigned: a failed receive (-1) passes and the record's
     // previous datagram is handled again, as the loop always has.
     uint64_t received = static_cast<uint64_t>(ctx->received);
+    // Only bytes that arrived are read: a header cut short reads as zeros.
+    char header[ECRYPTFS_NL_HEADER_SIZE] = {0};
+    memcpy(header, msg->data, std::min<uint64_t>(received, sizeof(header)));
+    msg->type = netlinkwire::getU16(header + 4);
+    msg->length = netlinkwire::getU32(header);
     if (received < ECRYPTFS_NL_HEADER_SIZE || msg->length < ECRYPTFS_NL_HEADER_SIZE || msg->length > received) {
         int error = ctx->received == static_cast<int64_t>(ECRYPTFS_NL_DATA_SIZE) ? EFBIG : EBADE;
         SLOGE("Bad kernel response %s", strerror(error));
