@@ -46,6 +46,12 @@ bool searchDirectory(pelk::UniqueFd dirFd, const char* path, unsigned long inode
     if (!dir) return false;
     while (dirent* entry = readdir(dir.get())) {
         if (pelk::isDotOrDotDot(entry->d_name)) continue;
+        // A file that is not a directory has the inode its entry names, so
+        // an entry that says it is neither a directory nor the inode wanted
+        // cannot match and is passed over without a stat: on a tree of
+        // files that is most of the work. Directories are always stat'ed
+        // (one mounted over shows another inode than its entry).
+        if (entry->d_type != DT_UNKNOWN && entry->d_type != DT_DIR && entry->d_ino != inode) continue;
         char entryPath[kPathSize];
         struct stat st;
         if (!fsentry::statEntry(dirfd(dir.get()), entry->d_name, path, entryPath, sizeof(entryPath), &st)) {
