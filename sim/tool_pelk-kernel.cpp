@@ -5,6 +5,7 @@
 //   pelk-kernel request [--id N] [--wait MS] <opcode> <user> <partition id> <inode> <pid>
 //   pelk-kernel raw [--wait MS] <hex bytes>     (the whole datagram, header included)
 //   pelk-kernel status                          (who is registered)
+//   pelk-kernel mounts                          (eCryptfs mounts: point and partition id)
 //
 // A request waits up to 5000 ms (--wait) for its reply and exits 0 when one
 // came; raw bytes wait 1000 ms and print whatever came (a malformed datagram
@@ -26,7 +27,8 @@ int usage() {
     fprintf(stderr,
             "usage: pelk-kernel request [--id N] [--wait MS] <opcode> <user> <partition id> <inode> <pid>\n"
             "       pelk-kernel raw [--wait MS] <hex bytes>\n"
-            "       pelk-kernel status\n");
+            "       pelk-kernel status\n"
+            "       pelk-kernel mounts\n");
     return 2;
 }
 
@@ -82,10 +84,28 @@ int exchange(const std::string& datagram, int waitMs, bool untilFirst) {
 
 }  // namespace
 
+// The eCryptfs lines of the mount table as the device's kernel shows them
+// (a shell's grep sees the host's view): "<point> partition_id=<N>".
+int listMounts() {
+    FILE* table = fopen("/proc/mounts", "re");
+    if (!table) return 1;
+    char line[1024];
+    while (fgets(line, sizeof(line), table)) {
+        char device[256], point[256], type[256], options[256];
+        if (sscanf(line, "%255s %255s %255s %255s", device, point, type, options) != 4) continue;
+        if (strcmp(type, "ecryptfs") != 0) continue;
+        const char* id = strstr(options, "partition_id=");
+        printf("%s %s\n", point, id ? id : "partition_id=-1");
+    }
+    fclose(table);
+    return 0;
+}
+
 int main(int argc, char** argv) {
     if (argc < 2) return usage();
     std::string verb = argv[1];
     std::vector<std::string> args(argv + 2, argv + argc);
+    if (verb == "mounts") return listMounts();
     if (verb == "status") {
         hostkernel::NetlinkRegistration registration;
         if (!hostkernel::readNetlinkRegistration(&registration)) {
