@@ -15,6 +15,7 @@
 #include <persona/persona.h>
 
 #include "command/CommandListenerEnterprise.h"
+#include "fs_handler/FsHandlerThread.h"
 #include "partition/Partition.h"
 
 Pelk* Pelk::sInstance = nullptr;
@@ -47,8 +48,13 @@ Pelk::Pelk() {
         SLOGD("Unable to start DirEncryptionListener (%s)", strerror(errno));
     }
     initStatusMap();
-    // The kernel event thread (FsHandlerThread::run() and its two log lines)
-    // starts here once the event handler is part of the engine.
+    // run() answers the new thread's handle, not a status, so a thread that
+    // runs is logged as "not started"; the thread runs either way (kept).
+    if (FsHandlerThread::run() == 0) {
+        SLOGI("FsHandlerThread started: Thread created");
+    } else {
+        SLOGE("FsHandlerThread not started: Thread not created (%s)", strerror(errno));
+    }
     if (isFBESupported() == 0) {
         install_ecryptfs_keyring();
         // The reaper of the remount workers; never joined.
