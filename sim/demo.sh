@@ -105,7 +105,7 @@ echo "   /data/user/10/diary.txt: $(cat /data/user/10/diary.txt)"
 
 say "a reboot: the daemon stops, every mount goes, and the booting platform asks for a pre-mount"
 kill "$PELKD_PID"; wait "$PELKD_PID" 2>/dev/null
-grep -E ' /(data/(user|user_de|system_ce|system_de|misc_ce|misc_de|enc_user|zanth/sdcard)/|mnt/zanth/|mnt/runtime/[a-z]+/emulated/|mnt/shell/enc)' /proc/mounts |
+grep -E ' /(data/(user|user_de|system_ce|system_de|misc_ce|misc_de|zanth/sdcard)/|data/enc_user |data/zanth/secure_fs/enc_media |mnt/zanth/|mnt/runtime/[a-z]+/emulated/|mnt/shell/enc)' /proc/mounts |
     awk '{print $2}' | sort -r | while read -r m; do umount -l "$m"; done
 echo "   mounts of container 10 left: $(grep -c '/10 ' /proc/mounts)"
 start_daemon
@@ -117,6 +117,12 @@ for f in /data/log/pelk_success /data/log/pelk_error; do
     [[ -f $f ]] && { echo "   $f:"; sed 's/^/     /' "$f"; }
 done
 send is_mounted 10
+
+# The kernel side asks about files of the mounted storage.
+source "$(dirname "$0")/demo_kernel.sh"
+demo_kernel
+source "$(dirname "$0")/demo_sensitive.sh"
+demo_sensitive
 
 say "remove_partition: the CE storage is taken down and removed with the password file"
 send unmount 10 1

@@ -11,7 +11,7 @@
 
 # kernel_request OPCODE USER PARTITION INODE PID
 kernel_request() {
-    pelk-kernel request "$@" | sed 's/^/   reply: /'
+    pelk-kernel request "$@" | sed 's/^/   kernel: /'
 }
 
 # The partition id the device's kernel gives the eCryptfs mount at POINT (the
