@@ -11,9 +11,12 @@
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
 #include "support/Files.h"
+#include "support/Mounts.h"
 #include "tools/Base64.h"
 
 namespace {
+
+using mounts::mountedCount;
 
 using e2e::pelkctl;
 
@@ -29,13 +32,6 @@ std::string keyText(char fill, size_t bytes = 32) {
 }
 
 std::string mountPath(int user, int type) { return Partition(user, type, nullptr, false).mMntPath; }
-
-template <size_t N>
-int mountedCount(int user, const int32_t (&types)[N]) {
-    int n = 0;
-    for (int32_t type : types) n += isMountedPath(mountPath(user, type).c_str()) ? 1 : 0;
-    return n;
-}
 
 class StorageCommands : public e2e::DaemonTest {
 protected:

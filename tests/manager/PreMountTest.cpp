@@ -21,15 +21,10 @@
 
 namespace {
 
+using mounts::mountedCount;
+
 using mounts::areaPath;
 using testfs::exists;
-
-template <size_t N>
-int mountedCount(int user, const int32_t (&types)[N]) {
-    int n = 0;
-    for (int32_t type : types) n += isMountedPath(areaPath(user, type).c_str()) ? 1 : 0;
-    return n;
-}
 
 // Everything under the mount paths of a user's areas, deepest first.
 void detachUser(int user) {

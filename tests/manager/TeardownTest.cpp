@@ -19,18 +19,13 @@
 
 namespace {
 
+using mounts::mountedCount;
+
 using mounts::areaPath;
 using testfs::exists;
 using testfs::makeDirs;
 
 bool mounted(int user, int type) { return isMountedPath(areaPath(user, type).c_str()) != 0; }
-
-template <size_t N>
-int mountedCount(int user, const int32_t (&types)[N]) {
-    int n = 0;
-    for (int32_t type : types) n += mounted(user, type) ? 1 : 0;
-    return n;
-}
 
 template <size_t N>
 void detachAll(int user, const int32_t (&types)[N]) {

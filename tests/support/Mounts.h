@@ -14,6 +14,8 @@
 
 #include <string>
 
+#include <persona/persona.h>
+
 #include "partition/Partition.h"
 #include "support/Files.h"
 #include "base/UniqueFd.h"
@@ -29,6 +31,14 @@ inline bool mountTmpfs(const std::string& path) {
 inline std::string areaPath(int userId, int type) {
     Partition area(userId, type, nullptr, false);
     return area.mMntPath;
+}
+
+// How many of a user's areas of a type list are mounted right now.
+template <size_t N>
+inline int mountedCount(int userId, const int32_t (&types)[N]) {
+    int n = 0;
+    for (int32_t type : types) n += isMountedPath(areaPath(userId, type).c_str()) ? 1 : 0;
+    return n;
 }
 
 template <size_t N>
