@@ -60,8 +60,8 @@ FrameworkCommand* FrameworkListener::findCommand(const char* word) const {
 bool FrameworkListener::onDataAvailable(SocketClient* c) {
     pelk::SecretBytes& held = c->heldInput();
     if (!held.empty()) {
-        // Lines read earlier and held back while replies waited. Taken out
-        // of the client first: takeBytes may hold back a rest again.
+        // Lines read earlier and held back for this turn. Taken out of the
+        // client first: takeBytes may hold back a rest again.
         pelk::SecretBytes bytes;
         bytes.swap(held);
         takeBytes(c, bytes.data(), bytes.size());

@@ -89,6 +89,13 @@ std::string keyText(const std::string& raw) {
     return out;
 }
 
+// Lines for pelkctl's standard input.
+std::string joined(const std::vector<std::string>& lines) {
+    std::string out;
+    for (const std::string& line : lines) out += line + "\n";
+    return out;
+}
+
 class SecretsInMemory : public e2e::DaemonTest {
 protected:
     void prepareDevice() override {
@@ -108,30 +115,24 @@ TEST_F(SecretsInMemory, NoPasswordOrKeyTextOutlivesTheSession) {
     const std::string ppmOld = "Ppm-0ld-Pa55-91c4aa";
     const std::string ppmNew = "Ppm-N3w-Pa55-5e07b3";
     const std::string ppmKey = "Ppm-K3y-Text-c62f18";
-    const std::string key = keyText("kEy-bytes-of-user-10:0123456789ab");
+    // The key itself (its first 32 bytes are used) and its text on the line.
+    const std::string rawKey = "kEy-bytes-of-user-10:0123456789ab";
+    const std::string key = keyText(rawKey);
 
-    auto pelk = pelkctl({},
-                        "create_partition 10 1\ncreate_partition 10 3\n"
-                        "change_password 10 " +
-                            std::string(kOldPassword) + " " + newPassword +
-                            "\n"
-                            "verify_password 10 " +
-                            newPassword +
-                            "\n"
-                            "mount 10 " +
-                            key + " 1 3\nmount 10 " + key + " 1 1\n");
+    auto pelk = pelkctl(
+        {}, joined({"create_partition 10 1", "create_partition 10 3",
+                    "change_password 10 " + std::string(kOldPassword) + " " + newPassword,
+                    "verify_password 10 " + newPassword, "mount 10 " + key + " 1 3", "mount 10 " + key + " 1 1"}));
     EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "200 3 success", "200 4 success",
                                         "200 5 success", "200 6 success"}),
               pelk.lines);
-    auto ppm = pelkctl({"--socket", "ppm"}, "mount_privatemode 0 /a /b " + ppmKey +
-                                                "\n"
-                                                "privatemode_change_password 0 " +
-                                                ppmOld + " " + ppmNew + "\n");
+    auto ppm = pelkctl({"--socket", "ppm"}, joined({"mount_privatemode 0 /a /b " + ppmKey,
+                                                    "privatemode_change_password 0 " + ppmOld + " " + ppmNew}));
     EXPECT_EQ((std::vector<std::string>{"281 1 failed", "281 2 failed"}), ppm.lines);
     // The last line each listener read carries a secret.
-    auto last = pelkctl({}, "mount 10 " + key + " 1 1\n");
+    auto last = pelkctl({}, joined({"mount 10 " + key + " 1 1"}));
     EXPECT_EQ(1u, last.lines.size());
-    auto lastPpm = pelkctl({"--socket", "ppm"}, "privatemode_change_password 0 " + ppmOld + " " + ppmNew + "\n");
+    auto lastPpm = pelkctl({"--socket", "ppm"}, joined({"privatemode_change_password 0 " + ppmOld + " " + ppmNew}));
     EXPECT_EQ(std::vector<std::string>{"281 1 failed"}, lastPpm.lines);
 
     // The scan does see the daemon's memory: its own command words are there.
@@ -139,7 +140,7 @@ TEST_F(SecretsInMemory, NoPasswordOrKeyTextOutlivesTheSession) {
     ASSERT_GT(control.bytes, 1u << 20);
     ASSERT_FALSE(control.found.empty()) << "the scan read nothing of pelkd";
 
-    Scan scan = scanMemory(mDaemon, {kOldPassword, newPassword, ppmOld, ppmNew, ppmKey, key});
+    Scan scan = scanMemory(mDaemon, {kOldPassword, newPassword, ppmOld, ppmNew, ppmKey, key, rawKey.substr(0, 32)});
     std::string report;
     for (const std::string& f : scan.found) report += "\n  " + f;
     EXPECT_TRUE(scan.found.empty()) << scan.found.size() << " secrets left in pelkd's memory:" << report;
