@@ -9,6 +9,7 @@
 #include <string>
 
 #include "CommandLine.h"
+#include "base/Secret.h"
 
 namespace {
 
@@ -57,19 +58,46 @@ FrameworkCommand* FrameworkListener::findCommand(const char* word) const {
 }
 
 bool FrameworkListener::onDataAvailable(SocketClient* c) {
+    pelk::SecretBytes& held = c->heldInput();
+    if (!held.empty()) {
+        // Lines read earlier and held back for this turn. Taken out of the
+        // client first: takeBytes may hold back a rest again.
+        pelk::SecretBytes bytes;
+        bytes.swap(held);
+        takeBytes(c, bytes.data(), bytes.size());
+        return true;
+    }
     char buf[kReadChunk];
+    // The chunk may hold a password or a key: wiped however this returns.
+    pelk::WipeOnExit wipeChunk(buf, sizeof(buf));
     ssize_t n = TEMP_FAILURE_RETRY(read(c->getSocket(), buf, sizeof(buf)));
     // End of stream or a broken connection: an unfinished line dies with it.
     if (n <= 0) return false;
-
-    size_t start = 0;
-    for (size_t i = 0; i < static_cast<size_t>(n); ++i) {
-        if (!isLineEnd(buf[i])) continue;
-        takeLinePiece(c, buf + start, i - start, true);
-        start = i + 1;
-    }
-    if (start < static_cast<size_t>(n)) takeLinePiece(c, buf + start, n - start, false);
+    takeBytes(c, buf, static_cast<size_t>(n));
     return true;
+}
+
+void FrameworkListener::takeBytes(SocketClient* c, const char* data, size_t len) {
+    size_t start = 0;
+    for (size_t i = 0; i < len; ++i) {
+        if (!isLineEnd(data[i])) continue;
+        takeLinePiece(c, data + start, i - start, true);
+        start = i + 1;
+        if (start < len) {
+            // One line a turn: the rest waits for the listener to come back
+            // to this client, after the other clients had their turn and
+            // only once this one has taken its replies. So a client that
+            // never reads gets no further than one reply ahead of its
+            // socket, and one that sends many lines at once delays the
+            // others by one line. A client that can no longer be written to
+            // gets nothing more.
+            if (c->broken() == SocketClient::Broken::NO) {
+                c->heldInput().assign(data + start, data + len);
+            }
+            return;
+        }
+    }
+    if (start < len) takeLinePiece(c, data + start, len - start, false);
 }
 
 void FrameworkListener::takeLinePiece(SocketClient* c, const char* piece, size_t len, bool ended) {
@@ -77,7 +105,7 @@ void FrameworkListener::takeLinePiece(SocketClient* c, const char* piece, size_t
         if (ended) c->setDiscardingLine(false);
         return;
     }
-    std::string& line = c->pendingLine();
+    pelk::SecretBytes& line = c->pendingLine();
     if (line.size() + len > static_cast<size_t>(CMD_BUF_SIZE)) {
         // Answered once, now, so a client that never ends the line still
         // hears of it; the rest of the line is skipped up to its end.
@@ -89,18 +117,22 @@ void FrameworkListener::takeLinePiece(SocketClient* c, const char* piece, size_t
             while (digits < headLen && head[digits] != ' ' && head[digits] != '\t') ++digits;
             if (!sysutils::parseSequenceNumber(head, digits, &seq)) seq = 0;
         }
-        std::string().swap(line);
+        // Its block is wiped on the way back to the heap.
+        pelk::SecretBytes().swap(line);
         c->setDiscardingLine(!ended);
         c->setCmdNum(seq);
         c->sendMsg(kFrameworkError, kTooLong, false);
         return;
     }
-    line.append(piece, len);
+    line.insert(line.end(), piece, piece + len);
     if (!ended) return;
 
-    std::string whole;
+    // The line goes to the command in a block of its own, wiped (words,
+    // passwords and keys with it) when it goes back to the heap.
+    pelk::SecretBytes whole;
     whole.swap(line);
-    dispatchCommand(c, &whole[0]);
+    whole.push_back('\0');
+    dispatchCommand(c, whole.data());
 }
 
 void FrameworkListener::dispatchCommand(SocketClient* c, char* data) {

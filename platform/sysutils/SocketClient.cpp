@@ -1,4 +1,5 @@
-// One connected client: its peer credentials, its serialised writes and its
+// One connected client: its peer credentials, its serialised writes that
+// never block (an outbox for what the socket does not take at once) and its
 // reference count.
 #include <sysutils/SocketClient.h>
 
@@ -6,6 +7,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <time.h>
 
 #include <string>
 
@@ -64,18 +66,107 @@ int SocketClient::sendData(const void* data, int len) {
 }
 
 int SocketClient::sendDataLocked(const void* data, size_t len) {
+    if (mBroken != Broken::NO) {
+        errno = EPIPE;
+        return -1;
+    }
     const char* p = static_cast<const char*>(data);
-    while (len > 0) {
-        // MSG_NOSIGNAL: a peer that vanished yields EPIPE, not a dead daemon.
-        ssize_t n = send(mSocket, p, len, MSG_NOSIGNAL);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return -1;
+    const size_t waiting = mOutbox.size() - mOutboxStart;
+    if (waiting == 0) {
+        // Nothing ahead of this message: the socket may take it at once.
+        while (len > 0) {
+            // MSG_NOSIGNAL: a peer that vanished yields EPIPE, not a dead
+            // daemon. MSG_DONTWAIT: a peer that does not read never holds up
+            // the thread that answers.
+            ssize_t n = send(mSocket, p, len, MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (n < 0) {
+                if (errno == EINTR) continue;
+                if (errno == EAGAIN || errno == EWOULDBLOCK) break;
+                int saved = errno;
+                breakLocked(Broken::GONE);
+                errno = saved;
+                return -1;
+            }
+            p += n;
+            len -= static_cast<size_t>(n);
         }
-        p += n;
-        len -= static_cast<size_t>(n);
+        if (len == 0) return 0;
+    } else if (waiting > kMaxPendingBytes) {
+        breakLocked(Broken::OVERFLOW);
+        errno = ENOBUFS;
+        return -1;
+    }
+    // The rest of the message waits, whole, behind what already waits.
+    if (mOutboxStart > 0 && mOutboxStart >= mOutbox.size() / 2) {
+        mOutbox.erase(0, mOutboxStart);
+        mOutboxStart = 0;
+    }
+    mOutbox.append(p, len);
+    if (waiting == 0) {
+        mWaitingSinceMs = nowMs();
+        if (mWake) mWake();
     }
     return 0;
+}
+
+bool SocketClient::writePendingLocked(bool* progress) {
+    while (mOutboxStart < mOutbox.size()) {
+        ssize_t n =
+            send(mSocket, mOutbox.data() + mOutboxStart, mOutbox.size() - mOutboxStart, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            if (errno == EAGAIN || errno == EWOULDBLOCK) return true;
+            return false;
+        }
+        mOutboxStart += static_cast<size_t>(n);
+        *progress = true;
+    }
+    // All sent: a large outbox gives its memory back.
+    std::string().swap(mOutbox);
+    mOutboxStart = 0;
+    return true;
+}
+
+bool SocketClient::flushPending() {
+    std::lock_guard<std::mutex> lock(mWriteMutex);
+    if (mBroken != Broken::NO) return false;
+    bool progress = false;
+    if (!writePendingLocked(&progress)) {
+        breakLocked(Broken::GONE);
+        return progress;
+    }
+    if (progress) mWaitingSinceMs = nowMs();
+    return progress;
+}
+
+bool SocketClient::hasPendingOutput() {
+    std::lock_guard<std::mutex> lock(mWriteMutex);
+    return mBroken == Broken::NO && mOutboxStart < mOutbox.size();
+}
+
+SocketClient::Broken SocketClient::broken() {
+    std::lock_guard<std::mutex> lock(mWriteMutex);
+    return mBroken;
+}
+
+long long SocketClient::waitingSinceMs() {
+    std::lock_guard<std::mutex> lock(mWriteMutex);
+    return mOutboxStart < mOutbox.size() ? mWaitingSinceMs : 0;
+}
+
+void SocketClient::breakLocked(Broken why) {
+    if (mBroken != Broken::NO) return;
+    mBroken = why;
+    // Nothing more goes to this peer.
+    std::string().swap(mOutbox);
+    mOutboxStart = 0;
+    if (mWake) mWake();
+}
+
+long long SocketClient::nowMs() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
 void SocketClient::incRef() {

@@ -1,9 +1,11 @@
 // The listener thread: takes the socket by name or number, accepts clients
-// and serves them one at a time until stopped.
+// and serves them one at a time until stopped, dropping the clients that
+// would hold it up.
 #include <sysutils/SocketListener.h>
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <stdio.h>
 #include <string.h>
@@ -21,9 +23,27 @@ namespace {
 const char kTag[] = "SocketListener";
 const int kDefaultBacklog = 4;
 const char kStopByte = 'S';
-// Pause after a failure that would otherwise repeat at once (no descriptor
-// left for accept, poll without memory), so the thread does not spin.
+const char kWakeByte = 'W';
+// Pause after a poll failure, so the thread does not spin.
 const int kBackoffMs = 10;
+// Rest of the listening socket after a failed accept: doubled on each
+// failure in a row, up to the most.
+const int kAcceptRestFirstMs = 100;
+const int kAcceptRestMostMs = 2000;
+// Lines that could repeat as fast as a peer can connect: at most one per
+// interval, the next one counting those held back.
+const long long kAcceptLogIntervalMs = 10000;
+const long long kDropLogIntervalMs = 1000;
+
+int msUntil(long long now, long long then) {
+    long long left = then - now;
+    if (left <= 0) return 0;
+    return left > INT_MAX ? INT_MAX : static_cast<int>(left);
+}
+
+void lowerTimeout(int* timeoutMs, int ms) {
+    if (*timeoutMs < 0 || ms < *timeoutMs) *timeoutMs = ms;
+}
 
 int socketPath(const char* name, struct sockaddr_un* addr) {
     memset(addr, 0, sizeof(*addr));
@@ -133,18 +153,24 @@ int SocketListener::startListener(int backlog) {
     }
     if (openSocket(backlog) != 0) return -1;
 
-    int pipeFds[2];
-    if (pipe2(pipeFds, O_CLOEXEC) != 0) {
-        releaseAll();
-        return -1;
+    // The control pipe lives as long as the listener: a client may wake the
+    // thread from another thread at any time (SocketClient::setWaker). Only
+    // the wake ups still in it are drained when the thread starts again.
+    if (!mCtrlRead.ok()) {
+        int pipeFds[2];
+        if (pipe2(pipeFds, O_CLOEXEC | O_NONBLOCK) != 0) {
+            releaseAll();
+            return -1;
+        }
+        mCtrlRead.reset(pipeFds[0]);
+        mCtrlWrite.reset(pipeFds[1]);
     }
-    mCtrlRead.reset(pipeFds[0]);
-    mCtrlWrite.reset(pipeFds[1]);
+    char stale[64];
+    while (read(mCtrlRead.get(), stale, sizeof(stale)) > 0) {}
+    mWakePending = false;
 
     int rc = pthread_create(&mThread, nullptr, SocketListener::threadStart, this);
     if (rc != 0) {
-        mCtrlRead.reset();
-        mCtrlWrite.reset();
         releaseAll();
         errno = rc;
         __android_log_print(ANDROID_LOG_ERROR, kTag, "pthread_create (%s)", strerror(rc));
@@ -167,10 +193,16 @@ int SocketListener::stopListener() {
     }
     pthread_join(mThread, nullptr);
     mThreadStarted = false;
-    mCtrlRead.reset();
-    mCtrlWrite.reset();
     releaseAll();
     return 0;
+}
+
+void SocketListener::wake() {
+    // One wake byte at a time is enough: the thread clears the flag before
+    // it looks at the clients again.
+    if (mWakePending.exchange(true)) return;
+    ssize_t n = TEMP_FAILURE_RETRY(write(mCtrlWrite.get(), &kWakeByte, 1));
+    (void)n;
 }
 
 void* SocketListener::threadStart(void* obj) {
@@ -181,56 +213,189 @@ void* SocketListener::threadStart(void* obj) {
 void SocketListener::runListener() {
     std::vector<struct pollfd> fds;
     std::vector<SocketClient*> polled;
+    std::vector<SocketClient*> gone;
     for (;;) {
+        long long now = SocketClient::nowMs();
+        int timeoutMs = -1;
+        dropStuckClients(now, &timeoutMs);
+
         fds.clear();
         polled.clear();
         fds.push_back({mCtrlRead.get(), POLLIN, 0});
-        if (mListen) fds.push_back({mSock, POLLIN, 0});
+        // The listening socket rests for a while after a failed accept.
+        const bool accepting = mListen && now >= mAcceptRestUntilMs;
+        if (mListen && !accepting) lowerTimeout(&timeoutMs, msUntil(now, mAcceptRestUntilMs));
+        if (accepting) fds.push_back({mSock, POLLIN, 0});
         const size_t firstClient = fds.size();
         {
             // Only this thread adds or removes clients, so the pointers
             // stay valid after the lock is let go.
             std::lock_guard<std::mutex> lock(mClientsLock);
             for (SocketClient* c : mClients) {
-                fds.push_back({c->getSocket(), POLLIN, 0});
+                short events = POLLIN;
+                if (c->hasPendingOutput()) {
+                    // No more of its lines until its replies are gone.
+                    events = POLLOUT;
+                } else if (!c->heldInput().empty()) {
+                    // Lines held back while replies waited: served at once.
+                    events = 0;
+                    timeoutMs = 0;
+                }
+                fds.push_back({c->getSocket(), events, 0});
                 polled.push_back(c);
             }
         }
 
-        if (poll(fds.data(), fds.size(), -1) < 0) {
+        if (poll(fds.data(), fds.size(), timeoutMs) < 0) {
             if (errno == EINTR) continue;
             __android_log_print(ANDROID_LOG_ERROR, kTag, "poll failed: %s", strerror(errno));
             poll(nullptr, 0, kBackoffMs);
             continue;
         }
         if (fds[0].revents != 0) {
-            char byte = 0;
-            ssize_t n = read(mCtrlRead.get(), &byte, 1);
-            if (n != 1 || byte == kStopByte) return;
+            char bytes[64];
+            ssize_t n;
+            while ((n = read(mCtrlRead.get(), bytes, sizeof(bytes))) > 0) {
+                if (memchr(bytes, kStopByte, static_cast<size_t>(n)) != nullptr) return;
+            }
+            // No writer left: nobody could ever stop the thread.
+            if (n == 0) return;
+            // Cleared once the pipe is empty and before the clients are
+            // looked at again: a wake up before this is seen by that look,
+            // one after it writes a byte of its own.
+            mWakePending = false;
         }
-        if (mListen && (fds[1].revents & POLLIN)) acceptClient();
 
+        now = SocketClient::nowMs();
+        gone.clear();
         for (size_t i = firstClient; i < fds.size(); ++i) {
-            if ((fds[i].revents & (POLLIN | POLLHUP | POLLERR | POLLNVAL)) == 0) continue;
             SocketClient* c = polled[i - firstClient];
-            if ((fds[i].revents & POLLNVAL) || !onDataAvailable(c)) release(c);
+            const short events = fds[i].events;
+            const short revents = fds[i].revents;
+            if (revents & POLLNVAL) {
+                gone.push_back(c);
+                continue;
+            }
+            if (events == POLLOUT) {
+                // A failed write marks the client broken; it is dropped on
+                // the next round.
+                if (revents != 0 && c->flushPending()) c->setLastActivityMs(now);
+                continue;
+            }
+            if (events == 0 || (revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+                c->setLastActivityMs(now);
+                if (!onDataAvailable(c)) gone.push_back(c);
+            }
         }
+        for (SocketClient* c : gone) release(c);
+
+        if (accepting && (fds[1].revents & POLLIN)) acceptClient(now);
     }
 }
 
-void SocketListener::acceptClient() {
+void SocketListener::dropStuckClients(long long now, int* timeoutMs) {
+    std::vector<SocketClient*> stuck;
+    {
+        std::lock_guard<std::mutex> lock(mClientsLock);
+        for (SocketClient* c : mClients) {
+            SocketClient::Broken why = c->broken();
+            if (why == SocketClient::Broken::GONE) {
+                // The peer went away: nothing to report.
+                stuck.push_back(c);
+            } else if (why == SocketClient::Broken::OVERFLOW) {
+                __android_log_print(ANDROID_LOG_WARN, kTag,
+                                    "Dropping client (pid %d): more than %zu bytes of replies unread", c->getPid(),
+                                    SocketClient::kMaxPendingBytes);
+                stuck.push_back(c);
+            } else if (long long since = c->waitingSinceMs()) {
+                if (now - since >= SocketClient::kMaxReplyWaitMs) {
+                    __android_log_print(ANDROID_LOG_WARN, kTag,
+                                        "Dropping client (pid %d): its replies waited %d ms unread", c->getPid(),
+                                        SocketClient::kMaxReplyWaitMs);
+                    stuck.push_back(c);
+                } else {
+                    lowerTimeout(timeoutMs, msUntil(now, since + SocketClient::kMaxReplyWaitMs));
+                }
+            }
+        }
+    }
+    for (SocketClient* c : stuck) release(c);
+}
+
+void SocketListener::acceptClient(long long now) {
     int fd = TEMP_FAILURE_RETRY(accept4(mSock, nullptr, nullptr, SOCK_CLOEXEC));
     if (fd < 0) {
         // A peer that gave up before being accepted is not an error.
         if (errno == ECONNABORTED || errno == EAGAIN || errno == EWOULDBLOCK) return;
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "accept failed: %s", strerror(errno));
-        poll(nullptr, 0, kBackoffMs);
+        acceptFailed(now, errno);
         return;
     }
-    addClient(new SocketClient(fd, true, mUseCmdNum));
+    mAcceptRestMs = 0;
+    SocketClient* c = new SocketClient(fd, true, mUseCmdNum);
+    c->setLastActivityMs(now);
+    size_t count;
+    {
+        std::lock_guard<std::mutex> lock(mClientsLock);
+        count = mClients.size();
+    }
+    if (count >= static_cast<size_t>(kMaxClients)) dropIdlest(now);
+    addClient(c);
+}
+
+void SocketListener::acceptFailed(long long now, int error) {
+    // Without a descriptor (or memory) the same accept fails again at once:
+    // the listening socket rests, longer each time, while the connected
+    // clients are served on.
+    mAcceptRestMs = mAcceptRestMs == 0 ? kAcceptRestFirstMs : mAcceptRestMs * 2;
+    if (mAcceptRestMs > kAcceptRestMostMs) mAcceptRestMs = kAcceptRestMostMs;
+    mAcceptRestUntilMs = now + mAcceptRestMs;
+    // Logged the first time, then at most once an interval, however often
+    // a descriptor comes free and is gone again.
+    if (mAcceptLoggedMs != 0 && now - mAcceptLoggedMs < kAcceptLogIntervalMs) {
+        ++mAcceptFailuresUnlogged;
+        return;
+    }
+    if (mAcceptFailuresUnlogged > 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "accept failed: %s (%d more since the last line)", strerror(error),
+                            mAcceptFailuresUnlogged);
+    } else {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "accept failed: %s", strerror(error));
+    }
+    mAcceptFailuresUnlogged = 0;
+    mAcceptLoggedMs = now;
+}
+
+void SocketListener::dropIdlest(long long now) {
+    SocketClient* idlest = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mClientsLock);
+        for (SocketClient* c : mClients) {
+            if (idlest == nullptr || c->lastActivityMs() < idlest->lastActivityMs()) idlest = c;
+        }
+    }
+    if (idlest == nullptr) return;
+    if (mDropLoggedMs != 0 && now - mDropLoggedMs < kDropLogIntervalMs) {
+        ++mDropsUnlogged;
+    } else {
+        if (mDropsUnlogged > 0) {
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "Too many clients (%d): dropping the one idle longest (pid %d); %d more "
+                                "dropped since the last line",
+                                kMaxClients, idlest->getPid(), mDropsUnlogged);
+        } else {
+            __android_log_print(ANDROID_LOG_WARN, kTag, "Too many clients (%d): dropping the one idle longest (pid %d)",
+                                kMaxClients, idlest->getPid());
+        }
+        mDropsUnlogged = 0;
+        mDropLoggedMs = now;
+    }
+    release(idlest);
 }
 
 void SocketListener::addClient(SocketClient* c) {
+    // Replies queued from another thread (a broadcast) must wake the
+    // thread, so that it polls the client for room to write.
+    c->setWaker([this] { wake(); });
     std::lock_guard<std::mutex> lock(mClientsLock);
     mClients.push_back(c);
 }

@@ -10,6 +10,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -37,9 +38,15 @@ inline bool canConnect(const char* path) {
 }
 
 // Starts pelkd and waits until both of its sockets accept connections.
-inline pid_t startDaemon() {
+// With maxFds, the daemon may hold no more descriptors than that, as on a
+// device (1,024 there).
+inline pid_t startDaemon(rlim_t maxFds = 0) {
     pid_t pid = fork();
     if (pid == 0) {
+        if (maxFds != 0) {
+            struct rlimit lim = {maxFds, maxFds};
+            if (setrlimit(RLIMIT_NOFILE, &lim) != 0) _exit(126);
+        }
         std::string path = sim::toolPath("pelkd");
         execl(path.c_str(), "pelkd", static_cast<char*>(nullptr));
         _exit(127);
@@ -134,12 +141,14 @@ class DaemonTest : public testing::Test {
 protected:
     void SetUp() override {
         prepareDevice();
-        mDaemon = startDaemon();
+        mDaemon = startDaemon(descriptorLimit());
         ASSERT_GT(mDaemon, 0) << "pelkd did not come up";
     }
     void TearDown() override { EXPECT_EQ(0, stopDaemon(mDaemon)); }
     // Profile settings the daemon must see from its start.
     virtual void prepareDevice() {}
+    // The daemon's descriptor limit; 0 leaves the test's own.
+    virtual rlim_t descriptorLimit() const { return 0; }
 
     pid_t mDaemon = -1;
 };

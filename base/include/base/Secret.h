@@ -5,7 +5,9 @@
 #include <string.h>
 
 #include <cstddef>
+#include <new>
 #include <string>
+#include <vector>
 
 namespace pelk {
 
@@ -69,5 +71,41 @@ public:
 private:
     std::string s_;
 };
+
+// An allocator whose blocks are wiped before they go back to the heap, so a
+// container of secret bytes leaves no copy behind when it grows, shrinks or
+// goes away.
+template <class T>
+struct WipingAllocator {
+    using value_type = T;
+    WipingAllocator() = default;
+    template <class U>
+    WipingAllocator(const WipingAllocator<U>&) {}
+    T* allocate(size_t n) { return static_cast<T*>(::operator new(n * sizeof(T))); }
+    void deallocate(T* p, size_t n) {
+        wipe(p, n * sizeof(T));
+        ::operator delete(p);
+    }
+    template <class U>
+    bool operator==(const WipingAllocator<U>&) const {
+        return true;
+    }
+    template <class U>
+    bool operator!=(const WipingAllocator<U>&) const {
+        return false;
+    }
+};
+
+// Bytes that may hold a secret (a command line with a password or a key):
+// every block it ever used is wiped when released. A vector, not a string,
+// so no bytes sit in a small-string buffer inside the object itself.
+using SecretBytes = std::vector<char, WipingAllocator<char>>;
+
+// Wipes every byte the container holds (live or not) and empties it,
+// keeping its block for reuse.
+inline void wipeAndClear(SecretBytes& bytes) {
+    wipe(bytes.data(), bytes.capacity());
+    bytes.clear();
+}
 
 }  // namespace pelk

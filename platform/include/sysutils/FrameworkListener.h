@@ -18,6 +18,14 @@
 //   500 0 Invalid sequence number          first word not a number
 // Empty lines are ignored. argv[0] is the command word; the sequence number
 // is not part of argv.
+//
+// Clients take turns line by line: of several lines read at once, one is
+// dispatched and the others are held back for the client's next turn, which
+// comes after every other client's and only once its replies have gone out
+// (SocketClient). Every buffer that held bytes of a line (the
+// read chunk, the unfinished line, the held-back bytes and the dispatched
+// line with its words) is wiped once the line is done with, so no password
+// or key text of a command outlives it in the listener's memory.
 #pragma once
 
 #include <cstddef>
@@ -43,6 +51,10 @@ protected:
     bool onDataAvailable(SocketClient* c) override;
 
 private:
+    // Dispatches the first ended line of the bytes of a client and holds
+    // the rest back in the client (SocketClient::heldInput) for its next
+    // turn; an unended rest becomes the client's pending line.
+    void takeBytes(SocketClient* c, const char* data, size_t len);
     void takeLinePiece(SocketClient* c, const char* piece, size_t len, bool ended);
     void dispatchCommand(SocketClient* c, char* data);
     FrameworkCommand* findCommand(const char* word) const;

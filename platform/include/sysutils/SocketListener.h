@@ -11,6 +11,19 @@
 // of one listener run one at a time. Every descriptor the listener opens is
 // close-on-exec.
 //
+// No client can hold the thread up or starve the others of it:
+// - replies never block (SocketClient): a client whose replies wait unread
+//   is not read from until they are gone, and is dropped with one log line
+//   when they wait too long or pile up too high;
+// - at most kMaxClients are connected at once: a new connection beyond that
+//   drops the client idle longest (no line read, no reply byte taken), with
+//   one log line (at most one a second, the next one counting the drops it
+//   did not report);
+// - when accept fails for lack of descriptors or memory, the listening
+//   socket rests (100 ms, doubling up to 2 s while it keeps failing) and the
+//   clients are served on; the failure is logged at most once every 10 s,
+//   a line after the first counting the failures not logged.
+//
 // Host builds: devprofile::failNext("startListener") makes the next
 // startListener() fail with EADDRINUSE, as a device whose socket is missing.
 #pragma once
@@ -18,6 +31,7 @@
 #include <pthread.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <list>
 #include <mutex>
 #include <vector>
@@ -27,6 +41,9 @@
 
 class SocketListener {
 public:
+    // Clients connected at once to one listener.
+    static constexpr int kMaxClients = 64;
+
     SocketListener(const char* socketName, bool listen);
     SocketListener(const char* socketName, bool listen, bool useCmdNum);
     SocketListener(int socketFd, bool listen);
@@ -47,9 +64,11 @@ public:
     void sendBroadcast(int code, const char* msg, bool addErrno);
 
 protected:
-    // Called on the listener thread with one client ready to read; false
-    // when the client went away (it is then dropped). The thread calls into
-    // the subclass, so a subclass stops the listener in its own destructor.
+    // Called on the listener thread with one client that has bytes to read,
+    // or that holds bytes read earlier (SocketClient::heldInput) and has no
+    // reply waiting any more; false when the client went away (it is then
+    // dropped). The thread calls into the subclass, so a subclass stops the
+    // listener in its own destructor.
     virtual bool onDataAvailable(SocketClient* c) = 0;
 
 private:
@@ -58,10 +77,17 @@ private:
     int createNamedSocket();
     void removeCreatedPath();
     void runListener();
-    void acceptClient();
+    // Drops the clients that broke or whose replies waited too long; lowers
+    // *timeoutMs to the next moment a waiting client runs out of time.
+    void dropStuckClients(long long now, int* timeoutMs);
+    void acceptClient(long long now);
+    void acceptFailed(long long now, int error);
+    void dropIdlest(long long now);
     void addClient(SocketClient* c);
     void release(SocketClient* c);
     void releaseAll();
+    // Makes the thread go round its loop again (any thread).
+    void wake();
 
     bool mListen;
     const char* mSocketName;
@@ -76,6 +102,16 @@ private:
     std::mutex mClientsLock;
     pelk::UniqueFd mCtrlRead;
     pelk::UniqueFd mCtrlWrite;
+    std::atomic<bool> mWakePending{false};
     pthread_t mThread{};
     bool mThreadStarted = false;
+
+    // Listener thread only: the rest after a failed accept, and the log
+    // lines held back.
+    long long mAcceptRestUntilMs = 0;
+    int mAcceptRestMs = 0;
+    int mAcceptFailuresUnlogged = 0;
+    long long mAcceptLoggedMs = 0;
+    int mDropsUnlogged = 0;
+    long long mDropLoggedMs = 0;
 };
