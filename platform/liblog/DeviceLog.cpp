@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <string>
 
 #include "LogSinks.h"
 
@@ -31,44 +32,63 @@ std::mutex& timeLock() {
     return *lock;
 }
 
-std::string threadtimePrefix(const LogRecord& r) {
-    struct tm local{};
-    time_t seconds = r.when.tv_sec;
-    {
-        std::lock_guard<std::mutex> guard(timeLock());
-        localtime_r(&seconds, &local);
+// The parts of a threadtime prefix that change slowly: the second (records
+// come many to a second) and the pid and tid (the same for every record of
+// a thread). Each thread keeps its own and renders them again only when they
+// change; a forked child notices its new numbers.
+struct StampParts {
+    time_t seconds = -1;
+    char date[64] = "";  // "MM-DD HH:MM:SS."
+    pid_t pid = -1;
+    pid_t tid = -1;
+    char ids[48] = "";  // " PID   TID " right-aligned in five columns
+};
+
+// "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : " into out (replacing it).
+void threadtimePrefix(const LogEntry& e, std::string* out) {
+    thread_local StampParts t;
+    if (e.when.tv_sec != t.seconds) {
+        struct tm local {};
+        {
+            std::lock_guard<std::mutex> guard(timeLock());
+            localtime_r(&e.when.tv_sec, &local);
+        }
+        snprintf(t.date, sizeof(t.date), "%02d-%02d %02d:%02d:%02d.", local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                 local.tm_min, local.tm_sec);
+        t.seconds = e.when.tv_sec;
     }
-    char stamp[96];
-    snprintf(stamp, sizeof(stamp), "%02d-%02d %02d:%02d:%02d.%03ld %5d %5d %c ", local.tm_mon + 1, local.tm_mday,
-             local.tm_hour, local.tm_min, local.tm_sec, r.when.tv_nsec / 1000000, static_cast<int>(r.pid),
-             static_cast<int>(r.tid), priorityLetter(r.priority));
-    std::string prefix(stamp);
-    prefix += r.tag;
-    if (r.tag.size() < 8) prefix.append(8 - r.tag.size(), ' ');
-    prefix += ": ";
-    return prefix;
+    if (e.pid != t.pid || e.tid != t.tid) {
+        snprintf(t.ids, sizeof(t.ids), " %5d %5d ", static_cast<int>(e.pid), static_cast<int>(e.tid));
+        t.pid = e.pid;
+        t.tid = e.tid;
+    }
+    long ms = e.when.tv_nsec / 1000000;
+    const char millis[] = {static_cast<char>('0' + ms / 100), static_cast<char>('0' + ms / 10 % 10),
+                           static_cast<char>('0' + ms % 10)};
+    out->assign(t.date);
+    out->append(millis, sizeof(millis));
+    out->append(t.ids);
+    *out += priorityLetter(e.priority);
+    *out += ' ';
+    out->append(e.tag);
+    if (e.tag.size() < 8) out->append(8 - e.tag.size(), ' ');
+    out->append(": ");
 }
 
 }  // namespace
 
-std::vector<std::string> messageLines(const std::string& text) {
-    size_t end = text.find_last_not_of('\n');
-    std::string body = end == std::string::npos ? std::string() : text.substr(0, end + 1);
-    std::vector<std::string> lines;
-    size_t start = 0;
-    for (;;) {
-        size_t nl = body.find('\n', start);
-        lines.push_back(body.substr(start, nl == std::string::npos ? std::string::npos : nl - start));
-        if (nl == std::string::npos) return lines;
-        start = nl + 1;
-    }
-}
-
-void appendDeviceLog(const LogRecord& record) {
-    std::string prefix = threadtimePrefix(record);
-    std::string out;
-    for (const std::string& line : messageLines(record.text)) out += prefix + line + '\n';
-    deviceLog().append(out);  // one write: a record's lines stay together
+void appendDeviceLog(const LogEntry& entry) {
+    // Kept per thread so that a busy logger allocates nothing.
+    thread_local std::string tPrefix;
+    thread_local std::string tOut;
+    threadtimePrefix(entry, &tPrefix);
+    tOut.clear();
+    forEachMessageLine(entry.text, [&](std::string_view line) {
+        tOut += tPrefix;
+        tOut += line;
+        tOut += '\n';
+    });
+    deviceLog().append(tOut);  // one write: a record's lines stay together
 }
 
 }  // namespace hostlog

@@ -1,9 +1,13 @@
 // The record file behind the log_records.h queries: one line per record,
 // "buffer prio pid tid seconds nanoseconds tag text" separated by tabs, with
 // tag and text escaped so that newlines survive.
+#include <log/log_records.h>
 #include <log/record_file.h>
 
+#include <charconv>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "LogSinks.h"
 
@@ -15,10 +19,24 @@ RecordFile& records() {
     return *file;
 }
 
-std::string encode(const LogRecord& r) {
-    return std::to_string(r.buffer) + '\t' + std::to_string(r.priority) + '\t' + std::to_string(r.pid) + '\t' +
-           std::to_string(r.tid) + '\t' + std::to_string(r.when.tv_sec) + '\t' + std::to_string(r.when.tv_nsec) +
-           '\t' + escapeField(r.tag) + '\t' + escapeField(r.text) + '\n';
+void appendField(std::string* out, long long value) {
+    char digits[24];
+    std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), value);
+    out->append(digits, end.ptr);
+    *out += '\t';
+}
+
+// The record's line into out (replacing it).
+void encode(const LogEntry& e, std::string* out) {
+    out->clear();
+    for (long long field : {static_cast<long long>(e.buffer), static_cast<long long>(e.priority),
+                            static_cast<long long>(e.pid), static_cast<long long>(e.tid),
+                            static_cast<long long>(e.when.tv_sec), static_cast<long long>(e.when.tv_nsec)})
+        appendField(out, field);
+    appendEscaped(out, e.tag);
+    *out += '\t';
+    appendEscaped(out, e.text);
+    *out += '\n';
 }
 
 bool decode(const std::string& line, LogRecord* out) {
@@ -37,7 +55,11 @@ bool decode(const std::string& line, LogRecord* out) {
 
 }  // namespace
 
-void keepRecord(const LogRecord& record) { records().append(encode(record)); }
+void keepRecord(const LogEntry& entry) {
+    thread_local std::string tLine;  // kept per thread so that a busy logger allocates nothing
+    encode(entry, &tLine);
+    records().append(tLine);
+}
 
 }  // namespace hostlog
 

@@ -1,25 +1,53 @@
 // Where every log call of the host liblog goes.
 #pragma once
 
-#include <log/log_records.h>
+#include <sys/types.h>
+#include <time.h>
 
-#include <string>
-#include <vector>
+#include <string_view>
 
 namespace hostlog {
 
 // The longest message kept; longer ones are cut, as the device's logger does.
 constexpr size_t kMaxMessageBytes = 4068;
 
-// The shared record file behind the log_records.h queries.
-void keepRecord(const LogRecord& record);
-// The device log "/sim/log/logcat" in logcat's threadtime form.
-void appendDeviceLog(const LogRecord& record);
-// stderr, filtered by ANDROID_LOG_TAGS.
-void echoToStderr(const LogRecord& record);
+// One log call as the sinks see it. Tag and text point into the caller's
+// buffers and are valid for the call only.
+struct LogEntry {
+    int buffer;    // log_id_t
+    int priority;  // android_LogPriority
+    pid_t pid;
+    pid_t tid;
+    timespec when;  // wall-clock time of the call
+    std::string_view tag;
+    std::string_view text;
+};
 
-// The lines logcat prints for a message: one per line of text, trailing
-// newlines dropped, at least one.
-std::vector<std::string> messageLines(const std::string& text);
+// The shared record file behind the log_records.h queries.
+void keepRecord(const LogEntry& entry);
+// The device log "/sim/log/logcat" in logcat's threadtime form.
+void appendDeviceLog(const LogEntry& entry);
+// stderr, filtered by ANDROID_LOG_TAGS.
+void echoToStderr(const LogEntry& entry);
+
+// Calls visit(line) for each line logcat prints for a message: one per line
+// of text, trailing newlines dropped, at least one (empty for an empty text).
+template <typename Visit>
+void forEachMessageLine(std::string_view text, Visit visit) {
+    size_t end = text.find_last_not_of('\n');
+    std::string_view body = end == std::string_view::npos ? std::string_view() : text.substr(0, end + 1);
+    for (;;) {
+        size_t nl = body.find('\n');
+        visit(body.substr(0, nl));
+        if (nl == std::string_view::npos) return;
+        body.remove_prefix(nl + 1);
+    }
+}
+
+// The calling process and thread as the kernel numbers them. Asked of the
+// kernel once per process and thread, not once per record; a fork handler
+// makes the child ask again.
+pid_t callerPid();
+pid_t callerTid();
 
 }  // namespace hostlog

@@ -1,8 +1,6 @@
 // The device's logging calls. Every record goes to the shared record file,
 // the device log and (filtered) stderr.
 #include <log/log.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -12,15 +10,14 @@
 namespace {
 
 int writeLog(int buffer, int priority, const char* tag, const char* text) {
-    LogRecord record{buffer, priority, getpid(), tag ? tag : "", text};
-    record.tid = static_cast<pid_t>(syscall(SYS_gettid));
-    clock_gettime(CLOCK_REALTIME, &record.when);
-    hostlog::keepRecord(record);
-    hostlog::appendDeviceLog(record);
-    hostlog::echoToStderr(record);
+    hostlog::LogEntry entry{buffer, priority, hostlog::callerPid(), hostlog::callerTid(), {}, tag ? tag : "", text};
+    clock_gettime(CLOCK_REALTIME, &entry.when);
+    hostlog::keepRecord(entry);
+    hostlog::appendDeviceLog(entry);
+    hostlog::echoToStderr(entry);
     // What the device's logger answers: the payload bytes (priority, tag and
     // text with their terminators).
-    return static_cast<int>(1 + record.tag.size() + 1 + record.text.size() + 1);
+    return static_cast<int>(1 + entry.tag.size() + 1 + entry.text.size() + 1);
 }
 
 int vlog(int buffer, int priority, const char* tag, const char* fmt, va_list ap) {

@@ -104,18 +104,26 @@ void RecordFile::clear() {
     if (truncate(state_->path.c_str(), 0) != 0) return;
 }
 
+void appendEscaped(std::string* out, std::string_view raw) {
+    static const char kSpecial[] = "\\\n\t\r";
+    for (;;) {
+        size_t at = raw.find_first_of(kSpecial);
+        out->append(raw.substr(0, at));
+        if (at == std::string_view::npos) return;
+        switch (raw[at]) {
+            case '\\': *out += "\\\\"; break;
+            case '\n': *out += "\\n"; break;
+            case '\t': *out += "\\t"; break;
+            default: *out += "\\r"; break;
+        }
+        raw.remove_prefix(at + 1);
+    }
+}
+
 std::string escapeField(const std::string& raw) {
     std::string out;
     out.reserve(raw.size() + 8);
-    for (char c : raw) {
-        switch (c) {
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\t': out += "\\t"; break;
-            case '\r': out += "\\r"; break;
-            default: out += c;
-        }
-    }
+    appendEscaped(&out, raw);
     return out;
 }
 

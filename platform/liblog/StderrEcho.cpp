@@ -6,27 +6,51 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "LogSinks.h"
 
 namespace hostlog {
+namespace {
 
-void echoToStderr(const LogRecord& record) {
-    // Read on every call, so a child given its own ANDROID_LOG_TAGS after
-    // fork is filtered by it. A malformed entry keeps the ones before it.
-    TagFilter filter(ANDROID_LOG_INFO);
-    filter.parse(getenv("ANDROID_LOG_TAGS"));
-    if (!filter.allows(record.tag, record.priority)) return;
-    char prefix[64];
+// The filter ANDROID_LOG_TAGS spells now. It is looked up on every call, so
+// a child given its own ANDROID_LOG_TAGS after fork is filtered by it, but
+// parsed again only when its text changed. A malformed entry keeps the ones
+// before it.
+const TagFilter& currentFilter() {
+    struct Parsed {
+        bool known = false;
+        bool set = false;
+        std::string spec;
+        TagFilter filter{ANDROID_LOG_INFO};
+    };
+    thread_local Parsed tParsed;
+    const char* spec = getenv("ANDROID_LOG_TAGS");
+    if (tParsed.known && tParsed.set == (spec != nullptr) && (!spec || tParsed.spec == spec)) return tParsed.filter;
+    tParsed.known = true;
+    tParsed.set = spec != nullptr;
+    tParsed.spec = spec ? spec : "";
+    tParsed.filter = TagFilter(ANDROID_LOG_INFO);
+    tParsed.filter.parse(spec);
+    return tParsed.filter;
+}
+
+}  // namespace
+
+void echoToStderr(const LogEntry& entry) {
+    if (!currentFilter().allows(entry.tag, entry.priority)) return;
+    char head[64];
+    char pid[32];
+    snprintf(head, sizeof(head), "%c/", priorityLetter(entry.priority));
+    snprintf(pid, sizeof(pid), "(%5d): ", static_cast<int>(entry.pid));
     std::string out;
-    for (const std::string& line : messageLines(record.text)) {
-        snprintf(prefix, sizeof(prefix), "%c/", priorityLetter(record.priority));
-        out += prefix;
-        out += record.tag;
-        snprintf(prefix, sizeof(prefix), "(%5d): ", static_cast<int>(record.pid));
-        out += prefix;
-        out += line + '\n';
-    }
+    forEachMessageLine(entry.text, [&](std::string_view line) {
+        out += head;
+        out += entry.tag;
+        out += pid;
+        out += line;
+        out += '\n';
+    });
     // One write, so lines of processes sharing stderr do not interleave.
     if (write(STDERR_FILENO, out.data(), out.size()) < 0) return;
 }

@@ -35,7 +35,7 @@ bool TagFilter::parse(const char* spec) {
     return true;
 }
 
-bool TagFilter::allows(const std::string& tag, int priority) const {
+bool TagFilter::allows(std::string_view tag, int priority) const {
     for (const auto& entry : tags_)
         if (entry.first == tag) return priority >= entry.second;
     return priority >= defaultMinimum_;

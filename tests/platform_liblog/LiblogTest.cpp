@@ -4,13 +4,16 @@
 #include <log/log_filter.h>
 #include <log/log_records.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -163,6 +166,79 @@ TEST(Liblog, ChildrenForkedWhileAnotherThreadLogsCanLog) {
     EXPECT_EQ(liblog_count("from child", "child"), kForks);
 }
 
+// The log keeps the pid and tid it stamps instead of asking the kernel per
+// record: each thread, each fork (from any thread) and a fork of a fork must
+// still be stamped with its own numbers.
+TEST(Liblog, RecordsCarryTheLoggingThreadAcrossThreadsAndForks) {
+    __android_log_print(ANDROID_LOG_INFO, "ids", "main");
+    pid_t threadTid = 0;
+    pid_t forkedFromThread = 0;
+    std::thread worker([&] {
+        threadTid = static_cast<pid_t>(syscall(SYS_gettid));
+        __android_log_print(ANDROID_LOG_INFO, "ids", "thread");
+        forkedFromThread = fork();
+        if (forkedFromThread == 0) {
+            __android_log_print(ANDROID_LOG_INFO, "ids", "child of thread");
+            _exit(0);
+        }
+        waitpid(forkedFromThread, nullptr, 0);
+    });
+    worker.join();
+    int pipeFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    pid_t child = fork();
+    if (child == 0) {
+        __android_log_print(ANDROID_LOG_INFO, "ids", "child");
+        pid_t grandchild = fork();
+        if (grandchild == 0) {
+            __android_log_print(ANDROID_LOG_INFO, "ids", "grandchild");
+            _exit(0);
+        }
+        waitpid(grandchild, nullptr, 0);
+        _exit(write(pipeFds[1], &grandchild, sizeof(grandchild)) == sizeof(grandchild) ? 0 : 1);
+    }
+    waitpid(child, nullptr, 0);
+    pid_t grandchild = 0;
+    ASSERT_EQ(read(pipeFds[0], &grandchild, sizeof(grandchild)), static_cast<ssize_t>(sizeof(grandchild)));
+    close(pipeFds[0]);
+    close(pipeFds[1]);
+
+    std::map<std::string, std::pair<pid_t, pid_t>> ids;
+    for (const auto& r : liblog_records()) ids[r.text] = {r.pid, r.tid};
+    const pid_t me = getpid();
+    EXPECT_EQ(ids["main"], std::make_pair(me, me));
+    EXPECT_EQ(ids["thread"], std::make_pair(me, threadTid));
+    EXPECT_NE(threadTid, me);
+    EXPECT_EQ(ids["child of thread"], std::make_pair(forkedFromThread, forkedFromThread));
+    EXPECT_EQ(ids["child"], std::make_pair(child, child));
+    EXPECT_EQ(ids["grandchild"], std::make_pair(grandchild, grandchild));
+}
+
+// Each thread renders the date part of the stamp once a second: records on
+// both sides of a second boundary must each show their own time.
+TEST(Liblog, DeviceLogStampsFollowTheClockAcrossASecond) {
+    __android_log_print(ANDROID_LOG_INFO, "clock", "before");
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    timespec rest{0, 1000000000L - now.tv_nsec + 2000000L};
+    nanosleep(&rest, nullptr);
+    __android_log_print(ANDROID_LOG_INFO, "clock", "after");
+
+    auto records = liblog_records();
+    auto logLines = lines(readFile("/sim/log/logcat"));
+    ASSERT_EQ(records.size(), 2u);
+    ASSERT_EQ(logLines.size(), 2u);
+    EXPECT_NE(records[0].when.tv_sec, records[1].when.tv_sec);
+    for (size_t i = 0; i < 2; ++i) {
+        struct tm local {};
+        localtime_r(&records[i].when.tv_sec, &local);
+        char stamp[64];
+        snprintf(stamp, sizeof(stamp), "%02d-%02d %02d:%02d:%02d.%03ld ", local.tm_mon + 1, local.tm_mday,
+                 local.tm_hour, local.tm_min, local.tm_sec, records[i].when.tv_nsec / 1000000);
+        EXPECT_EQ(logLines[i].substr(0, strlen(stamp)), stamp) << logLines[i];
+    }
+}
+
 TEST(Liblog, DeviceLogHasOneThreadtimeLinePerMessageLine) {
     __android_log_buf_print(LOG_ID_SYSTEM, ANDROID_LOG_WARN, "pelkd", "first\n\nthird\n\n");
     __android_log_print(ANDROID_LOG_FATAL, "pelkd.QuarnHelper", "long tag");
@@ -221,6 +297,16 @@ TEST(Liblog, StderrEchoFollowsAndroidLogTags) {
     EXPECT_EQ(withoutPids(echoed("pelkd *:S", logMix)), "V/pelkd(pid): pelkd verbose\nD/pelkd(pid): pelkd debug\n");
     EXPECT_EQ(withoutPids(echoed("*:v", [] { __android_log_print(ANDROID_LOG_WARN, "t", "one\ntwo\n"); })),
               "W/t(pid): one\nW/t(pid): two\n");
+    // A change of ANDROID_LOG_TAGS within the process counts from the next line.
+    EXPECT_EQ(withoutPids(echoed("*:s",
+                                 [] {
+                                     __android_log_print(ANDROID_LOG_ERROR, "t", "silenced");
+                                     setenv("ANDROID_LOG_TAGS", "t:e", 1);
+                                     __android_log_print(ANDROID_LOG_ERROR, "t", "shown");
+                                     unsetenv("ANDROID_LOG_TAGS");
+                                     __android_log_print(ANDROID_LOG_INFO, "t", "default again");
+                                 })),
+              "E/t(pid): shown\nI/t(pid): default again\n");
 }
 
 TEST(Liblog, TagFilterRejectsMalformedEntriesAndKeepsEarlierOnes) {

@@ -72,3 +72,21 @@ TEST(Profile, TimeScaleShrinksTheEngineSleeps) {
     devprofile::set("time.scale", "garbage");
     EXPECT_EQ(devprofile::timeScale(), 1.0);
 }
+
+// Benchmarks report what the sleeps would cost unscaled: the count is of the
+// durations asked for, and includes the sleeps of children forked after the
+// first look at it.
+TEST(Profile, RequestedSleepIsCountedUnscaledAcrossForks) {
+    ASSERT_TRUE(devprofile::set("time.scale", "0.0001"));
+    unsigned long long before = devprofile::requestedSleepMicros();
+    sleep(2);
+    usleep(300000);
+    pid_t child = fork();
+    if (child == 0) {
+        usleep(700000);
+        _exit(0);
+    }
+    ASSERT_GT(child, 0);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(devprofile::requestedSleepMicros() - before, 3000000u);
+}

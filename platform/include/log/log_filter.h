@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace hostlog {
@@ -17,7 +18,7 @@ public:
     // Adds the entries of spec (blank separated). Answers false, and keeps
     // the entries parsed before it, when an entry is malformed.
     bool parse(const char* spec);
-    bool allows(const std::string& tag, int priority) const;
+    bool allows(std::string_view tag, int priority) const;
 
 private:
     int defaultMinimum_;

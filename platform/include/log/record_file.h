@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace hostlog {
@@ -39,6 +40,8 @@ private:
 // Record fields are separated by tabs and records by newlines; escaping keeps
 // both (and backslashes, carriage returns) inside a field.
 std::string escapeField(const std::string& raw);
+// Appends raw to out, escaped as escapeField does.
+void appendEscaped(std::string* out, std::string_view raw);
 std::string unescapeField(const std::string& escaped);
 // Splits one record line at tabs into its still-escaped fields.
 std::vector<std::string> splitFields(const std::string& line);

@@ -57,6 +57,11 @@ bool failNext(const std::string& function, int times = 1);
 bool shouldFail(const char* function);
 
 double timeScale();
+// Microseconds of sleep() and usleep() the engine asked for, before the
+// time scale, since the first call of this function: in this process and in
+// every process it forked after that call (benchmarks report what the
+// deliberate waits would cost at scale 1).
+unsigned long long requestedSleepMicros();
 
 // Container users, ascending, and their kinds.
 std::vector<int> containerUsers();
