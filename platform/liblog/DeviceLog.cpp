@@ -46,7 +46,7 @@ struct StampParts {
 
 // "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : " into out (replacing it).
 void threadtimePrefix(const LogEntry& e, std::string* out) {
-    thread_local StampParts t;
+    thread_local StampParts t;  // trivially destructible: usable until the thread ends
     if (e.when.tv_sec != t.seconds) {
         struct tm local {};
         {
@@ -79,16 +79,19 @@ void threadtimePrefix(const LogEntry& e, std::string* out) {
 
 void appendDeviceLog(const LogEntry& entry) {
     // Kept per thread so that a busy logger allocates nothing.
-    thread_local std::string tPrefix;
-    thread_local std::string tOut;
-    threadtimePrefix(entry, &tPrefix);
-    tOut.clear();
+    struct Lines {
+        std::string prefix;
+        std::string out;
+    };
+    Lines& t = threadOwned<Lines>();
+    threadtimePrefix(entry, &t.prefix);
+    t.out.clear();
     forEachMessageLine(entry.text, [&](std::string_view line) {
-        tOut += tPrefix;
-        tOut += line;
-        tOut += '\n';
+        t.out += t.prefix;
+        t.out += line;
+        t.out += '\n';
     });
-    deviceLog().append(tOut);  // one write: a record's lines stay together
+    deviceLog().append(t.out);  // one write: a record's lines stay together
 }
 
 }  // namespace hostlog

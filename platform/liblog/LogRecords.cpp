@@ -56,9 +56,13 @@ bool decode(const std::string& line, LogRecord* out) {
 }  // namespace
 
 void keepRecord(const LogEntry& entry) {
-    thread_local std::string tLine;  // kept per thread so that a busy logger allocates nothing
-    encode(entry, &tLine);
-    records().append(tLine);
+    // Kept per thread so that a busy logger allocates nothing.
+    struct RecordLine {
+        std::string text;
+    };
+    std::string& line = threadOwned<RecordLine>().text;
+    encode(entry, &line);
+    records().append(line);
 }
 
 }  // namespace hostlog

@@ -44,6 +44,27 @@ void forEachMessageLine(std::string_view text, Visit visit) {
     }
 }
 
+// The calling thread's own T, made on first use. Log calls also come from
+// exit handlers and static destructors, which run after the main thread's
+// thread_local objects are gone: the plain pointer outlives them, so such a
+// call gets a fresh T (kept reachable until the process ends) instead of a
+// destroyed one. Each use site names a type of its own.
+template <typename T>
+T& threadOwned() {
+    thread_local T* instance = nullptr;
+    struct Owner {
+        T** slot;
+        ~Owner() {
+            delete *slot;
+            *slot = nullptr;
+        }
+    };
+    thread_local Owner owner{&instance};
+    (void)owner;
+    if (!instance) instance = new T();
+    return *instance;
+}
+
 // The calling process and thread as the kernel numbers them. Asked of the
 // kernel once per process and thread, not once per record; a fork handler
 // makes the child ask again.

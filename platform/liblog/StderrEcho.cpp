@@ -24,7 +24,7 @@ const TagFilter& currentFilter() {
         std::string spec;
         TagFilter filter{ANDROID_LOG_INFO};
     };
-    thread_local Parsed tParsed;
+    Parsed& tParsed = threadOwned<Parsed>();
     const char* spec = getenv("ANDROID_LOG_TAGS");
     if (tParsed.known && tParsed.set == (spec != nullptr) && (!spec || tParsed.spec == spec)) return tParsed.filter;
     tParsed.known = true;
