@@ -1,15 +1,17 @@
 # make test  - build with AddressSanitizer + UndefinedBehaviorSanitizer and run every test
 # make run   - boot the simulated device, start the daemon, show a short session, open a shell
 # make build - plain build of everything under build/
+# make format-check - every C++ file as .clang-format lays it out (CI runs it)
 
 PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
             android-liblog-dev android-libcutils-dev android-platform-system-core-headers \
-            libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux xxd
+            libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux xxd \
+            clang-format
 BUILD    := build
 ASAN     := build-asan
 JOBS     ?= $(shell nproc)
 
-.PHONY: deps build test run bench clean
+.PHONY: deps build test run bench clean format format-check
 
 deps:
 	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
@@ -37,6 +39,12 @@ run: build
 
 bench: build
 	for b in $(BUILD)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+
+format: deps
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+format-check: deps
+	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
 clean:
 	rm -rf $(BUILD) $(ASAN)

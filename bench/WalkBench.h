@@ -64,8 +64,8 @@ struct Sample {
 
 inline void report(const char* job, const char* tool, const Sample& s) {
     double e = median(s.engine), t = median(s.tool);
-    printf("%-34s engine %9.3f ms | %-14s %9.3f ms | engine/tool %.2f  (median of %zu)\n", job, e * 1e3, tool,
-           t * 1e3, t > 0 ? e / t : 0.0, s.engine.size());
+    printf("%-34s engine %9.3f ms | %-14s %9.3f ms | engine/tool %.2f  (median of %zu)\n", job, e * 1e3, tool, t * 1e3,
+           t > 0 ? e / t : 0.0, s.engine.size());
     fflush(stdout);
 }
 

@@ -100,8 +100,9 @@ int main() {
     walkbench::Sample sample;
     for (int run = 0; run < kRuns; ++run) {
         sample.engine.push_back(walkbench::seconds([&] { find_path_by_inode(kPartition, inode, type, found); }));
-        sample.tool.push_back(
-            walkbench::seconds([&] { walkbench::runQuiet({"find", kMount, "-inum", inum, "-print", "-quit"}); }));
+        sample.tool.push_back(walkbench::seconds([&] {
+            walkbench::runQuiet({"find", kMount, "-inum", inum, "-print", "-quit"});
+        }));
     }
     walkbench::report("inode at the end, 200k entries", "find -inum", sample);
     umount2(kMount, MNT_DETACH);

@@ -52,7 +52,8 @@ std::set<int> engineHolders() {
     ProcessKiller::KillProcessesWithOpenFilesViaReverse(kHold, 0);
     for (const LogRecord& r : liblog_records()) {
         size_t open = r.text.find(" (");
-        if (r.text.rfind("!@Process ", 0) == 0 && open != std::string::npos) pids.insert(atoi(r.text.c_str() + open + 2));
+        if (r.text.rfind("!@Process ", 0) == 0 && open != std::string::npos)
+            pids.insert(atoi(r.text.c_str() + open + 2));
     }
     return pids;
 }
@@ -83,8 +84,7 @@ int main() {
 
     std::vector<pid_t> sleepers = spawnSleepers();
     sleep(1);  // let every child reach its exec
-    printf("processes: %zu sleeping (+ the bench), holders expected: %d\n", sleepers.size(),
-           kProcesses / kHolderEvery);
+    printf("processes: %zu sleeping (+ the bench), holders expected: %d\n", sleepers.size(), kProcesses / kHolderEvery);
 
     std::set<int> engine = engineHolders();
     std::set<int> fuser = fuserHolders();

@@ -115,8 +115,7 @@ double mountTableReadMs(Pelk& pelk, int count, int* lines) {
         runs.push_back(walkbench::seconds([] {
             FILE* table = fopen("/proc/mounts", "re");
             char line[4096];
-            while (table && fgets(line, sizeof(line), table)) {
-            }
+            while (table && fgets(line, sizeof(line), table)) {}
             if (table) fclose(table);
         }));
     }

@@ -194,8 +194,8 @@ int runClient() {
         pelk::UniqueFd fd(connectTo("pelk"));
         const char probe[] = "1 is_mounted 10\n";
         char reply[64] = {0};
-        if (!fd.ok() || !writeAll(fd.get(), probe, sizeof(probe) - 1) || read(fd.get(), reply, sizeof(reply) - 1) <= 0 ||
-            strncmp(reply, "200 1 success", 13) != 0) {
+        if (!fd.ok() || !writeAll(fd.get(), probe, sizeof(probe) - 1) ||
+            read(fd.get(), reply, sizeof(reply) - 1) <= 0 || strncmp(reply, "200 1 success", 13) != 0) {
             fprintf(stderr, "bench_roundtrip: the daemon did not accept the client: %s\n", reply);
             return 1;
         }

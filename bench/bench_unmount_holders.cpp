@@ -78,8 +78,10 @@ std::vector<pid_t> mountAndHold(Pelk& pelk) {
         app.command = {"sh", "-c", "exec 3<" + file + "; exec sleep 600"};
         std::string error;
         pid_t pid = sim::startApp(app, &error);
-        if (pid > 0) holders.push_back(pid);
-        else fprintf(stderr, "bench_unmount_holders: holder %d did not start: %s\n", i, error.c_str());
+        if (pid > 0)
+            holders.push_back(pid);
+        else
+            fprintf(stderr, "bench_unmount_holders: holder %d did not start: %s\n", i, error.c_str());
     }
     usleep(100000);  // every shell has opened its file and become sleep
     return holders;
@@ -124,10 +126,11 @@ Timed unmountOnce(Pelk& pelk, int* ended) {
     static bool told = false;
     if (!told) {
         told = true;
-        printf("  what one run did: %d worker walk(s), the view found in %d app namespaces and detached in %d;\n"
-               "  %d holder(s) reported by the process killer\n",
-               recordsStartingWith("Unmount /storage/emulated/"), recordsStartingWith("Found matching PID"),
-               recordsStartingWith("Kick out"), recordsStartingWith("!@Process ") + recordsStartingWith("Process "));
+        printf(
+            "  what one run did: %d worker walk(s), the view found in %d app namespaces and detached in %d;\n"
+            "  %d holder(s) reported by the process killer\n",
+            recordsStartingWith("Unmount /storage/emulated/"), recordsStartingWith("Found matching PID"),
+            recordsStartingWith("Kick out"), recordsStartingWith("!@Process ") + recordsStartingWith("Process "));
     }
     return t;
 }
@@ -145,7 +148,8 @@ double unmountWithTools(Pelk& pelk) {
     std::vector<pid_t> holders = mountAndHold(pelk);
     const std::string view = "/storage/emulated/" + std::to_string(kUser);
     double t = walkbench::seconds([&] {
-        for (pid_t pid : holders) walkbench::runQuiet({"nsenter", "-t", std::to_string(pid), "-m", "umount", "-l", view});
+        for (pid_t pid : holders)
+            walkbench::runQuiet({"nsenter", "-t", std::to_string(pid), "-m", "umount", "-l", view});
         for (const auto& point : areaMountPoints()) walkbench::runQuiet({"umount", "-l", point});
     });
     endHolders(holders);

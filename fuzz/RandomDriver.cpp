@@ -70,9 +70,12 @@ int main(int argc, char** argv) {
     long maxInputs = 1000000;
     unsigned long long seed = 13;
     for (int i = 1; i + 1 < argc; i += 2) {
-        if (!strcmp(argv[i], "--seconds")) seconds = atof(argv[i + 1]);
-        else if (!strcmp(argv[i], "--inputs")) maxInputs = atol(argv[i + 1]);
-        else if (!strcmp(argv[i], "--seed")) seed = strtoull(argv[i + 1], nullptr, 0);
+        if (!strcmp(argv[i], "--seconds"))
+            seconds = atof(argv[i + 1]);
+        else if (!strcmp(argv[i], "--inputs"))
+            maxInputs = atol(argv[i + 1]);
+        else if (!strcmp(argv[i], "--seed"))
+            seed = strtoull(argv[i + 1], nullptr, 0);
     }
     if (sim::enterSandbox() != 0) return 1;
     if (!fuzzdatagram::setUp()) {

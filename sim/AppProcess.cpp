@@ -151,12 +151,10 @@ pid_t startApp(const AppOptions& options, std::string* error) {
     }
     Report report = {};
     ssize_t n;
-    while ((n = read(readEnd.get(), &report, sizeof(report))) < 0 && errno == EINTR) {
-    }
+    while ((n = read(readEnd.get(), &report, sizeof(report))) < 0 && errno == EINTR) {}
     if (n == 0 || (n > 0 && report.tag == 'P')) return pid;
     if (error) *error = n == static_cast<ssize_t>(sizeof(report)) ? describe(report.step, report.err) : "lost";
-    while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {}
     return -1;
 }
 

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <private/android_filesystem_config.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -17,7 +18,6 @@
 #include <sstream>
 #include <string>
 #include <vector>
-#include <private/android_filesystem_config.h>
 
 #include "Sandbox.h"
 #include "SandboxInternal.h"
@@ -79,8 +79,8 @@ const DeviceDir kDeviceDirs[] = {
 
 // Top-level names that belong to the booted device itself, never wiped.
 bool isBaseTopLevel(const std::string& name) {
-    static const std::set<std::string> base = {"usr", "bin", "sbin", "lib", "lib32", "lib64",
-                                               "libx32", "etc", "proc", "dev"};
+    static const std::set<std::string> base = {"usr",   "bin",    "sbin", "lib",  "lib32",
+                                               "lib64", "libx32", "etc",  "proc", "dev"};
     if (base.count(name)) return true;
     for (const char* tree : {PELK_SOURCE_DIR, PELK_BINARY_DIR}) {
         std::string t(tree);
@@ -119,9 +119,7 @@ int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
     return 0;
 }
 
-void removeTree(const std::string& path) {
-    nftw(path.c_str(), removeEntry, 64, FTW_DEPTH | FTW_PHYS | FTW_MOUNT);
-}
+void removeTree(const std::string& path) { nftw(path.c_str(), removeEntry, 64, FTW_DEPTH | FTW_PHYS | FTW_MOUNT); }
 
 // Kills every process of the sandbox but init and this one, and reaps ours.
 void killOthers() {
@@ -145,8 +143,7 @@ void killOthers() {
             any = true;
         }
         closedir(proc);
-        while (waitpid(-1, nullptr, WNOHANG) > 0) {
-        }
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {}
         if (!any) return;
         usleep(2000);
     }
@@ -260,7 +257,7 @@ int resetDevice() {
         std::vector<std::string> made;
         while (dirent* e = readdir(dev)) {
             std::string name = e->d_name;
-            static const std::set<std::string> keep = {".",  "..",     "null", "zero", "full", "random",
+            static const std::set<std::string> keep = {".",       "..",  "null", "zero", "full", "random",
                                                        "urandom", "tty", "ptmx", "pts",  "shm"};
             if (!keep.count(name)) made.push_back("/dev/" + name);
         }

@@ -63,8 +63,7 @@ void bindHost(const std::string& root, const std::string& hostPath, bool readOnl
     }
     if (mount(hostPath.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)
         die(("bind " + hostPath).c_str());
-    if (readOnly &&
-        mount(nullptr, target.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY | MS_REC, nullptr) != 0)
+    if (readOnly && mount(nullptr, target.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY | MS_REC, nullptr) != 0)
         die(("read-only " + hostPath).c_str());
 }
 
@@ -110,8 +109,8 @@ void setUpRoot(const SandboxOptions& options) {
 
     mkdirs(root + "/dev");
     if (mount("pelk-dev", (root + "/dev").c_str(), "tmpfs", 0, "mode=0755") != 0) die("mounting /dev");
-    for (const char* node : {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom",
-                             "/dev/tty", "/dev/ptmx", "/dev/pts"})
+    for (const char* node :
+         {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom", "/dev/tty", "/dev/ptmx", "/dev/pts"})
         bindHost(root, node, false);
     mkdirs(root + "/dev/shm");
     chmod((root + "/dev/shm").c_str(), 01777);
@@ -156,8 +155,7 @@ void setUpRoot(const SandboxOptions& options) {
         }
     }
     kill(-1, SIGKILL);
-    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
-    }
+    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {}
     _exit(result);
 }
 

@@ -9,9 +9,9 @@
 namespace sim {
 
 struct SdcardRun {
-    std::vector<std::string> argv;  // the whole argument vector, argv[0] included
-    int status;                     // the exit status: 0 views mounted, 1 refused or failed
-    std::vector<std::string> views; // the views it mounted, in order
+    std::vector<std::string> argv;   // the whole argument vector, argv[0] included
+    int status;                      // the exit status: 0 views mounted, 1 refused or failed
+    std::vector<std::string> views;  // the views it mounted, in order
     // The descriptors it inherited beyond 0, 1 and 2, each as
     // "<fd> <target>" with the target as /proc/self/fd shows it.
     std::vector<std::string> inheritedFds;

@@ -22,8 +22,8 @@
 #include <cstring>
 #include <string>
 
-#include "base/UniqueFd.h"
 #include "base/FileIo.h"
+#include "base/UniqueFd.h"
 
 namespace {
 

@@ -173,8 +173,7 @@ int runZygote(const Options& opts, char** argv) {
         // Wait until the parent is what the mode says it is.
         close(gate[1]);
         char byte;
-        while (read(gate[0], &byte, 1) < 0 && errno == EINTR) {
-        }
+        while (read(gate[0], &byte, 1) < 0 && errno == EINTR) {}
         reexecAs(opts.mode->talkerName, "talker", argv);
     }
     close(gate[0]);
@@ -289,7 +288,8 @@ int exchange(Connection* conn, int seq, const std::string& line) {
         int code = atoi(msg.c_str());
         if (code >= 600) continue;  // a broadcast answers nothing
         size_t blank = msg.find(' ');
-        std::string second = blank == std::string::npos ? "" : msg.substr(blank + 1, msg.find(' ', blank + 1) - blank - 1);
+        std::string second =
+            blank == std::string::npos ? "" : msg.substr(blank + 1, msg.find(' ', blank + 1) - blank - 1);
         if (second == seqText || second == "0") return code;
     }
     return -1;

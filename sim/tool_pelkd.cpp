@@ -40,7 +40,7 @@ void onStopSignal(int) {
 bool installStopHandler() {
     sDaemonPid = getpid();
     if (pipe2(sStopPipe, O_CLOEXEC) != 0) return false;
-    struct sigaction sa{};
+    struct sigaction sa {};
     sa.sa_handler = onStopSignal;
     sigemptyset(&sa.sa_mask);
     // No SA_RESTART: the read in main must come back with EINTR. A runtime
@@ -71,8 +71,7 @@ int main() {
     // Interrupted (the handler may run only once the call is over), the
     // read is tried again and then finds the handler's byte.
     char byte;
-    while (read(sStopPipe[0], &byte, 1) < 0 && errno == EINTR) {
-    }
+    while (read(sStopPipe[0], &byte, 1) < 0 && errno == EINTR) {}
     // Nothing is torn down: the listener threads may be in the middle of a
     // command, and the device reclaims everything with the process. Only the
     // standard streams are flushed: another thread may sit in a read of its

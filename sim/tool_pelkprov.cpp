@@ -10,6 +10,7 @@
 //
 // Key bytes are taken from the command line or made at random; they are
 // never printed.
+#include <crypt/crypt.h>
 #include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -18,17 +19,16 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <crypt/crypt.h>
 #include <tzkeystore/tz_keystore_host.h>
 #include <unistd.h>
 
 #include <string>
 
+#include "base/Secret.h"
+#include "base/UniqueFd.h"
 #include "config/EngineConfig.h"
 #include "keystore/Quarn3Helper.h"
 #include "keystore/QuarnHelper.h"
-#include "base/UniqueFd.h"
-#include "base/Secret.h"
 
 namespace {
 
@@ -60,8 +60,8 @@ bool writeSystemFile(const std::string& path, const void* data, size_t len) {
     std::string tmp = path + ".XXXXXX";
     pelk::UniqueFd fd(mkostemp(&tmp[0], O_CLOEXEC));
     if (!fd.ok()) return false;
-    bool ok = write(fd.get(), data, len) == static_cast<ssize_t>(len) && fchown(fd.get(), kSystemUid, kSystemUid) == 0 &&
-              fsync(fd.get()) == 0;
+    bool ok = write(fd.get(), data, len) == static_cast<ssize_t>(len) &&
+              fchown(fd.get(), kSystemUid, kSystemUid) == 0 && fsync(fd.get()) == 0;
     fd.reset();
     if (ok && rename(tmp.c_str(), path.c_str()) == 0) return true;
     unlink(tmp.c_str());
@@ -110,7 +110,8 @@ int provisionKey(int argc, char** argv) {
     // The same names the daemon looks for.
     QuarnHelper names(user, keyType);
     if (names.keyName[0] == '\0')
-        return fail("no key name for this key type", keyType == kQuarnKeySecureFs ? "write the secure-fs file first" : "");
+        return fail("no key name for this key type",
+                    keyType == kQuarnKeySecureFs ? "write the secure-fs file first" : "");
 
     char dir[64];
     char path[1024];
@@ -127,10 +128,10 @@ int provisionKey(int argc, char** argv) {
     int blobLen = TZ_KEYSTORE_host_make_blob(names.keyName, key.data(), static_cast<int>(keyLen), blob.data(),
                                              static_cast<int>(blob.size()));
     pelk::SecretBuffer<kQuarnKeyFileMax> wrapped;
-    int wrappedLen = blobLen < 0 ? -1
-                                 : TZ_KEYSTORE_host_wrap(store, password, static_cast<int>(strlen(password)),
-                                                         blob.data(), blobLen, wrapped.data(),
-                                                         static_cast<int>(wrapped.size()));
+    int wrappedLen = blobLen < 0
+                         ? -1
+                         : TZ_KEYSTORE_host_wrap(store, password, static_cast<int>(strlen(password)), blob.data(),
+                                                 blobLen, wrapped.data(), static_cast<int>(wrapped.size()));
     if (wrappedLen < 0) return fail("the key store cannot wrap this key", "");
     if (!writeSystemFile(path, wrapped.data(), static_cast<size_t>(wrappedLen))) return fail("cannot write", path);
     printf("%s\n", path);
@@ -205,8 +206,8 @@ int provisionSecureFs(int argc, char** argv) {
     if (argc != 4) return usage();
     char path[kEnginePathSize];
     get_secure_fs_xml_path(path);
-    return writeXml(path, "<secure_fs quarnVersion=\"" + xmlEscape(argv[2]) + "\" version=\"" + xmlEscape(argv[3]) +
-                              "\" />\n");
+    return writeXml(
+        path, "<secure_fs quarnVersion=\"" + xmlEscape(argv[2]) + "\" version=\"" + xmlEscape(argv[3]) + "\" />\n");
 }
 
 // The password-wrapped key file a container gets when its password is first

@@ -66,8 +66,15 @@ bool parse(const std::vector<std::string>& a, Request* r) {
             if (a[w.first] != w.second) return false;
         return true;
     };
-    if (a.size() == 12 && is({{0, "-u"}, {1, "1023"}, {2, "-g"}, {3, "1023"}, {4, "-t"}, {5, "/mnt/zanth/"},
-                              {6, "-U"}, {8, "-w"}, {9, "-r"}})) {
+    if (a.size() == 12 && is({{0, "-u"},
+                              {1, "1023"},
+                              {2, "-g"},
+                              {3, "1023"},
+                              {4, "-t"},
+                              {5, "/mnt/zanth/"},
+                              {6, "-U"},
+                              {8, "-w"},
+                              {9, "-r"}})) {
         const std::string& label = a[11];
         const std::string prefix = "emulated/";
         if (label.compare(0, prefix.size(), prefix) != 0) return false;
@@ -81,8 +88,15 @@ bool parse(const std::vector<std::string>& a, Request* r) {
         *r = {1000, 1000, a[6], threeViews("/mnt/runtime/", "Private")};
         return true;
     }
-    if (a.size() == 9 && is({{0, "-u"}, {1, "1000"}, {2, "-g"}, {3, "1000"}, {4, "-m"}, {5, "-s"}, {6, "-r"},
-                             {7, "/data/zanth/secure_fs/enc_media"}, {8, "/mnt/shell/enc_emulated"}})) {
+    if (a.size() == 9 && is({{0, "-u"},
+                             {1, "1000"},
+                             {2, "-g"},
+                             {3, "1000"},
+                             {4, "-m"},
+                             {5, "-s"},
+                             {6, "-r"},
+                             {7, "/data/zanth/secure_fs/enc_media"},
+                             {8, "/mnt/shell/enc_emulated"}})) {
         *r = {1000, 1000, a[7], {{a[8], false}}};
         return true;
     }

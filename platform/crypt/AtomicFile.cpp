@@ -8,12 +8,11 @@
 
 #include <string>
 
-#include "base/UniqueFd.h"
 #include "base/FileIo.h"
+#include "base/UniqueFd.h"
 
 namespace pelkhost {
 namespace {
-
 
 // The rename is durable only once the folder itself is synced.
 void syncParentDir(const char* path) {

@@ -41,9 +41,9 @@
 #include <climits>
 #include <string>
 
+#include "PasswordKeyFile.h"
 #include "base/Secret.h"
 #include "devprofile/DeviceProfile.h"
-#include "PasswordKeyFile.h"
 
 namespace {
 
@@ -63,8 +63,8 @@ hostlog::RecordFile& calls() {
     return *file;
 }
 
-void record(const char* function, const char* lower, const char* upper, int mode, int reserved, int flag,
-            int userId, int keyIndex, int type, int result) {
+void record(const char* function, const char* lower, const char* upper, int mode, int reserved, int flag, int userId,
+            int keyIndex, int type, int result) {
     std::string line = function;
     for (int n : {mode, reserved, flag, userId, keyIndex, type, result}) line += '\t' + std::to_string(n);
     line += '\t' + hostlog::escapeField(lower ? lower : "") + '\t' + hostlog::escapeField(upper ? upper : "") + '\n';

@@ -8,8 +8,8 @@
 
 #include <vector>
 
-#include "base/Secret.h"
 #include "Aead.h"
+#include "base/Secret.h"
 
 namespace {
 

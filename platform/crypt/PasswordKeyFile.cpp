@@ -4,9 +4,9 @@
 #include <openssl/rand.h>
 #include <string.h>
 
-#include "base/Secret.h"
 #include "Aead.h"
 #include "AtomicFile.h"
+#include "base/Secret.h"
 
 namespace pelkhost {
 namespace {

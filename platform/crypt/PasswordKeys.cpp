@@ -5,8 +5,8 @@
 #include <openssl/rand.h>
 #include <unistd.h>
 
-#include "base/Secret.h"
 #include "PasswordKeyFile.h"
+#include "base/Secret.h"
 
 extern "C" int fips_create_edk(const char* path, const char* password) {
     if (devprofile::shouldFail("fips_create_edk")) return -1;

@@ -59,8 +59,8 @@ std::map<std::string, std::string> load() {
         c.size = -1;
         return c.values;
     }
-    if (st.st_dev == c.dev && st.st_ino == c.ino && st.st_size == c.size &&
-        st.st_mtim.tv_sec == c.mtime.tv_sec && st.st_mtim.tv_nsec == c.mtime.tv_nsec) {
+    if (st.st_dev == c.dev && st.st_ino == c.ino && st.st_size == c.size && st.st_mtim.tv_sec == c.mtime.tv_sec &&
+        st.st_mtim.tv_nsec == c.mtime.tv_nsec) {
         return c.values;
     }
     int fd = open(p.c_str(), O_RDONLY | O_CLOEXEC);

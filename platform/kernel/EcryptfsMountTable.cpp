@@ -132,7 +132,7 @@ std::map<MountKey, EcryptfsMount> registeredByKey() {
         std::vector<std::string> f = hostlog::splitFields(line);
         if (f.size() != 6) continue;
         EcryptfsMount m{hostlog::unescapeField(f[0]), hostlog::unescapeField(f[1]), hostlog::unescapeField(f[2]),
-                        hostlog::unescapeField(f[3]), atoi(f[4].c_str()), atoi(f[5].c_str())};
+                        hostlog::unescapeField(f[3]), atoi(f[4].c_str()),           atoi(f[5].c_str())};
         out[MountKey(m.device, m.root, m.point)] = m;
     }
     return out;
@@ -207,8 +207,8 @@ bool registerEcryptfsMount(const char* point, const char* lower, int userId, int
         if (info.point() == wanted) newest = &info;
     if (!newest) return false;
     return registry().append(hostlog::escapeField(newest->device()) + '\t' + hostlog::escapeField(newest->root()) +
-                             '\t' + hostlog::escapeField(newest->point()) + '\t' + hostlog::escapeField(lower) +
-                             '\t' + std::to_string(userId) + '\t' + std::to_string(partitionId) + '\n');
+                             '\t' + hostlog::escapeField(newest->point()) + '\t' + hostlog::escapeField(lower) + '\t' +
+                             std::to_string(userId) + '\t' + std::to_string(partitionId) + '\n');
 }
 
 std::vector<EcryptfsMount> ecryptfsMounts() {

@@ -52,7 +52,8 @@ std::string hex(const std::string& bytes) {
 
 std::string unhex(const std::string& text) {
     std::string out;
-    for (size_t i = 0; i + 1 < text.size(); i += 2) out.push_back(static_cast<char>(strtol(text.substr(i, 2).c_str(), nullptr, 16)));
+    for (size_t i = 0; i + 1 < text.size(); i += 2)
+        out.push_back(static_cast<char>(strtol(text.substr(i, 2).c_str(), nullptr, 16)));
     return out;
 }
 

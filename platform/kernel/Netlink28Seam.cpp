@@ -33,9 +33,9 @@
 #include <kernel/netlink28.h>
 
 #include <errno.h>
-#include <stddef.h>
 #include <fcntl.h>
 #include <linux/netlink.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -75,8 +75,7 @@ Peers& peers() {
 bool isEmulated(int fd) {
     sockaddr_un self{};
     socklen_t length = sizeof(self);
-    if (getsockname(fd, reinterpret_cast<sockaddr*>(&self), &length) != 0 || self.sun_family != AF_UNIX)
-        return false;
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&self), &length) != 0 || self.sun_family != AF_UNIX) return false;
     size_t prefix = strlen(kNetlinkPortDir);
     return length > offsetof(sockaddr_un, sun_path) + prefix && strncmp(self.sun_path, kNetlinkPortDir, prefix) == 0 &&
            self.sun_path[prefix] == '/';

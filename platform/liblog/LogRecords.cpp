@@ -29,9 +29,9 @@ void appendField(std::string* out, long long value) {
 // The record's line into out (replacing it).
 void encode(const LogEntry& e, std::string* out) {
     out->clear();
-    for (long long field : {static_cast<long long>(e.buffer), static_cast<long long>(e.priority),
-                            static_cast<long long>(e.pid), static_cast<long long>(e.tid),
-                            static_cast<long long>(e.when.tv_sec), static_cast<long long>(e.when.tv_nsec)})
+    for (long long field :
+         {static_cast<long long>(e.buffer), static_cast<long long>(e.priority), static_cast<long long>(e.pid),
+          static_cast<long long>(e.tid), static_cast<long long>(e.when.tv_sec), static_cast<long long>(e.when.tv_nsec)})
         appendField(out, field);
     appendEscaped(out, e.tag);
     *out += '\t';

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <mutex>
 
-#include "base/UniqueFd.h"
 #include "base/Secret.h"
+#include "base/UniqueFd.h"
 
 namespace hostlog {
 namespace {

@@ -11,8 +11,8 @@
 
 #include <string>
 
-#include "devprofile/DeviceProfile.h"
 #include "base/UniqueHandle.h"
+#include "devprofile/DeviceProfile.h"
 
 namespace {
 
@@ -21,8 +21,8 @@ std::string unescapeMountField(const char* field, size_t length) {
     out.reserve(length);
     for (size_t i = 0; i < length; ++i) {
         const char* p = field + i;
-        if (i + 3 < length && p[0] == '\\' && p[1] >= '0' && p[1] <= '3' && p[2] >= '0' && p[2] <= '7' &&
-            p[3] >= '0' && p[3] <= '7') {
+        if (i + 3 < length && p[0] == '\\' && p[1] >= '0' && p[1] <= '3' && p[2] >= '0' && p[2] <= '7' && p[3] >= '0' &&
+            p[3] <= '7') {
             out += static_cast<char>((p[1] - '0') * 64 + (p[2] - '0') * 8 + (p[3] - '0'));
             i += 3;
         } else {

@@ -72,9 +72,24 @@ int shimUnfetch(sqlite3_file* f, sqlite3_int64 off, void* p) {
 }
 
 const sqlite3_io_methods kShimIo = {
-    3,           shimClose,       shimRead,  shimWrite,          shimTruncate,    shimSync,
-    shimFileSize, shimLock,       shimUnlock, shimCheckReservedLock, shimFileControl, shimSectorSize,
-    shimDeviceCharacteristics, shimShmMap, shimShmLock, shimShmBarrier, shimShmUnmap, shimFetch,
+    3,
+    shimClose,
+    shimRead,
+    shimWrite,
+    shimTruncate,
+    shimSync,
+    shimFileSize,
+    shimLock,
+    shimUnlock,
+    shimCheckReservedLock,
+    shimFileControl,
+    shimSectorSize,
+    shimDeviceCharacteristics,
+    shimShmMap,
+    shimShmLock,
+    shimShmBarrier,
+    shimShmUnmap,
+    shimFetch,
     shimUnfetch,
 };
 
@@ -105,9 +120,7 @@ int shimRandomness(sqlite3_vfs* v, int n, char* out) { return realVfs(v)->xRando
 int shimSleep(sqlite3_vfs* v, int micros) { return realVfs(v)->xSleep(realVfs(v), micros); }
 int shimCurrentTime(sqlite3_vfs* v, double* out) { return realVfs(v)->xCurrentTime(realVfs(v), out); }
 int shimGetLastError(sqlite3_vfs* v, int n, char* out) { return realVfs(v)->xGetLastError(realVfs(v), n, out); }
-int shimCurrentTimeInt64(sqlite3_vfs* v, sqlite3_int64* out) {
-    return realVfs(v)->xCurrentTimeInt64(realVfs(v), out);
-}
+int shimCurrentTimeInt64(sqlite3_vfs* v, sqlite3_int64* out) { return realVfs(v)->xCurrentTimeInt64(realVfs(v), out); }
 
 sqlite3_vfs gShimVfs;
 

@@ -7,9 +7,7 @@ namespace sysutils {
 
 namespace {
 
-bool isBlank(char ch) {
-    return ch == ' ' || ch == '\t';
-}
+bool isBlank(char ch) { return ch == ' ' || ch == '\t'; }
 
 }  // namespace
 

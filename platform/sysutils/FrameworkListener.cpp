@@ -23,14 +23,11 @@ const char kInvalidSequence[] = "Invalid sequence number";
 
 const size_t kReadChunk = 4096;
 
-bool isLineEnd(char ch) {
-    return ch == '\n' || ch == '\0';
-}
+bool isLineEnd(char ch) { return ch == '\n' || ch == '\0'; }
 
 }  // namespace
 
-FrameworkListener::FrameworkListener(const char* socketName)
-    : FrameworkListener(socketName, false) {}
+FrameworkListener::FrameworkListener(const char* socketName) : FrameworkListener(socketName, false) {}
 
 FrameworkListener::FrameworkListener(const char* socketName, bool withSeq)
     : SocketListener(socketName, true, withSeq), mWithSeq(withSeq) {}
@@ -46,9 +43,7 @@ FrameworkListener::~FrameworkListener() {
     for (FrameworkCommand* cmd : mCommands) delete cmd;
 }
 
-void FrameworkListener::registerCmd(FrameworkCommand* cmd) {
-    mCommands.push_back(cmd);
-}
+void FrameworkListener::registerCmd(FrameworkCommand* cmd) { mCommands.push_back(cmd); }
 
 FrameworkCommand* FrameworkListener::findCommand(const char* word) const {
     for (FrameworkCommand* cmd : mCommands) {

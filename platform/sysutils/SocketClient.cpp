@@ -24,13 +24,9 @@ SocketClient::SocketClient(int socket, bool owned, bool useCmdNum)
 
 SocketClient::~SocketClient() = default;
 
-void SocketClient::setCmdNum(int cmdNum) {
-    mCmdNum = cmdNum;
-}
+void SocketClient::setCmdNum(int cmdNum) { mCmdNum = cmdNum; }
 
-int SocketClient::sendMsg(int code, const char* msg, bool addErrno) {
-    return sendMsg(code, msg, addErrno, mUseCmdNum);
-}
+int SocketClient::sendMsg(int code, const char* msg, bool addErrno) { return sendMsg(code, msg, addErrno, mUseCmdNum); }
 
 int SocketClient::sendMsg(int code, const char* msg, bool addErrno, bool useCmdNum) {
     // errno first: formatting below must not change what is reported.

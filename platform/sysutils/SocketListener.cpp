@@ -58,8 +58,7 @@ int socketPath(const char* name, struct sockaddr_un* addr) {
 
 }  // namespace
 
-SocketListener::SocketListener(const char* socketName, bool listen)
-    : SocketListener(socketName, listen, false) {}
+SocketListener::SocketListener(const char* socketName, bool listen) : SocketListener(socketName, listen, false) {}
 
 SocketListener::SocketListener(const char* socketName, bool listen, bool useCmdNum)
     : mListen(listen), mSocketName(socketName), mUseCmdNum(useCmdNum) {}
@@ -98,8 +97,7 @@ void SocketListener::removeCreatedPath() {
     mCreatedPath = false;
     struct sockaddr_un addr;
     struct stat st;
-    if (socketPath(mSocketName, &addr) == 0 && stat(addr.sun_path, &st) == 0 &&
-        st.st_ino == mCreatedIno) {
+    if (socketPath(mSocketName, &addr) == 0 && stat(addr.sun_path, &st) == 0 && st.st_ino == mCreatedIno) {
         unlink(addr.sun_path);
     }
 }
@@ -113,8 +111,8 @@ int SocketListener::openSocket(int backlog) {
         } else {
             fd = createNamedSocket();
             if (fd < 0) {
-                __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot create socket '%s': %s",
-                                    mSocketName, strerror(errno));
+                __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot create socket '%s': %s", mSocketName,
+                                    strerror(errno));
                 return -1;
             }
         }
@@ -127,8 +125,7 @@ int SocketListener::openSocket(int backlog) {
     }
     if (mListen) {
         if (listen(mSock, backlog) != 0) {
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "Unable to listen on socket %d: %s", mSock,
-                                strerror(errno));
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "Unable to listen on socket %d: %s", mSock, strerror(errno));
             return -1;
         }
     } else {
@@ -138,9 +135,7 @@ int SocketListener::openSocket(int backlog) {
     return 0;
 }
 
-int SocketListener::startListener() {
-    return startListener(kDefaultBacklog);
-}
+int SocketListener::startListener() { return startListener(kDefaultBacklog); }
 
 int SocketListener::startListener(int backlog) {
     if (mThreadStarted) {
@@ -187,8 +182,7 @@ int SocketListener::stopListener() {
     }
     ssize_t n = TEMP_FAILURE_RETRY(write(mCtrlWrite.get(), &kStopByte, 1));
     if (n != 1) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot wake the listener thread: %s",
-                            strerror(errno));
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot wake the listener thread: %s", strerror(errno));
         return -1;
     }
     pthread_join(mThread, nullptr);

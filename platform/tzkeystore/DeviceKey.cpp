@@ -6,10 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/UniqueFd.h"
-#include "base/Secret.h"
 #include "StoreKeys.h"
 #include "base/FileIo.h"
+#include "base/Secret.h"
+#include "base/UniqueFd.h"
 
 namespace tzks {
 namespace {
@@ -27,8 +27,8 @@ bool createDeviceKey(unsigned char* key) {
     char tmp[] = "/sim/tz_device_key.XXXXXX";
     pelk::UniqueFd fd(mkstemp(tmp));  // mode 0600
     if (!fd.ok()) return false;
-    bool written = RAND_bytes(key, kStoreKeySize) == 1 && pelk::writeFully(fd.get(), key, kStoreKeySize) &&
-                   fsync(fd.get()) == 0;
+    bool written =
+        RAND_bytes(key, kStoreKeySize) == 1 && pelk::writeFully(fd.get(), key, kStoreKeySize) && fsync(fd.get()) == 0;
     fd.reset();
     bool linked = written && link(tmp, kDeviceKeyPath) == 0;
     int linkErrno = errno;

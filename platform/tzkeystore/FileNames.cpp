@@ -8,8 +8,8 @@
 
 #include <string>
 
-#include "base/Secret.h"
 #include "StoreKeys.h"
+#include "base/Secret.h"
 
 namespace {
 const char kNameLabel[] = "pelk key store: file names";
@@ -33,8 +33,8 @@ extern "C" int TZ_KEYSTORE_encrypt_filename(int uid, int flags, const char* tag,
                         std::string(tag, tagLen) + ":" + std::to_string(nameLen) + ":" + std::string(name, nameLen);
     unsigned char mac[32];
     unsigned int macLen = 0;
-    if (!HMAC(EVP_sha256(), key.data(), key.size(), reinterpret_cast<const unsigned char*>(input.data()),
-              input.size(), mac, &macLen))
+    if (!HMAC(EVP_sha256(), key.data(), key.size(), reinterpret_cast<const unsigned char*>(input.data()), input.size(),
+              mac, &macLen))
         return -1;
     for (unsigned i = 0; i < macLen; ++i) snprintf(out + 2 * i, 3, "%02x", mac[i]);
     return 0;

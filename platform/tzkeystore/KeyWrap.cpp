@@ -16,9 +16,9 @@
 #include <utility>
 #include <vector>
 
-#include "base/Secret.h"
 #include "../crypt/Aead.h"
 #include "StoreKeys.h"
+#include "base/Secret.h"
 
 namespace {
 
@@ -101,8 +101,8 @@ extern "C" int TZ_KEYSTORE_host_wrap(int version, const char* password, int pass
     return static_cast<int>(kHeaderSize + pelkhost::kAeadNonceSize) + sealed;
 }
 
-extern "C" int TZ_KEYSTORE_host_make_blob(const char* keyName, const unsigned char* key, int keyLen,
-                                          unsigned char* out, int outSize) {
+extern "C" int TZ_KEYSTORE_host_make_blob(const char* keyName, const unsigned char* key, int keyLen, unsigned char* out,
+                                          int outSize) {
     static const char kTag[] = "KS";
     if (!keyName || !key || keyLen <= 0 || !out) return -1;
     size_t nameLen = strlen(keyName), tagLen = strlen(kTag);

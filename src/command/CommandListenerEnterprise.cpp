@@ -30,6 +30,4 @@ CommandListenerEnterprise::CommandListenerEnterprise() : FrameworkListener("pelk
 
 CommandListenerEnterprise::~CommandListenerEnterprise() {}
 
-void CommandListenerEnterprise::dumpArgs(int argc, char** argv) {
-    pelk::logCommandLine(argc, argv);
-}
+void CommandListenerEnterprise::dumpArgs(int argc, char** argv) { pelk::logCommandLine(argc, argv); }

@@ -10,6 +10,4 @@ CommandListenerPrivate::CommandListenerPrivate() : FrameworkListener("ppm", true
 
 CommandListenerPrivate::~CommandListenerPrivate() {}
 
-void CommandListenerPrivate::dumpArgs(int argc, char** argv) {
-    pelk::logCommandLine(argc, argv);
-}
+void CommandListenerPrivate::dumpArgs(int argc, char** argv) { pelk::logCommandLine(argc, argv); }

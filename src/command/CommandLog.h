@@ -13,8 +13,6 @@ constexpr int DUMP_ARGS_SIZE = 4096;
 void logCommandLine(int argc, char** argv);
 
 // How many of a line's argc words to log when only the first `limit` may be.
-inline int leadingWords(int argc, int limit) {
-    return argc < limit ? argc : limit;
-}
+inline int leadingWords(int argc, int limit) { return argc < limit ? argc : limit; }
 
 }  // namespace pelk

@@ -1,14 +1,13 @@
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include "command/CommandReply.h"
+#include <log/log.h>
 
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <sysutils/SocketClient.h>
-
 
 namespace pelk {
 

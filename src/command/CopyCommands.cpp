@@ -112,7 +112,7 @@ int CommandListenerEnterprise::changePermissionMigrationCmd::parseCmd(int argc, 
 }
 
 int CommandListenerEnterprise::changePermissionMigrationCmd::runCommand(SocketClient* cli, int argc, char** argv,
-                                                                         Pelk* pelk) {
+                                                                        Pelk* pelk) {
     dumpArgs(argc, argv);
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
     int result = pelk->changePermissionMigration(mPath, mUid, mGid, mMode);

@@ -2,8 +2,8 @@
 // modification time and size, deletion, and DLP notices.
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include <errno.h>
+#include <log/log.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>

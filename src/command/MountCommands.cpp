@@ -118,9 +118,7 @@ int CommandListenerEnterprise::mountCmd::runCommand(SocketClient* cli, int argc,
                 ensureUserDirectory(media.mMntPath, 0, 0711, false);
             }
             break;
-        case TYPE_DE:
-            rc = pelk->mountStorageDe(mUserId, key.chars(), true, mFlag != 0);
-            break;
+        case TYPE_DE: rc = pelk->mountStorageDe(mUserId, key.chars(), true, mFlag != 0); break;
         default:
             // Any other type is acknowledged with nothing mounted; callers
             // rely on it.

@@ -6,11 +6,11 @@
 #include <log/log.h>
 #include <stdlib.h>
 
+#include "base/Secret.h"
 #include "command/CommandListenerEnterprise.h"
+#include "command/CommandLog.h"
 #include "command/CommandReply.h"
 #include "manager/Pelk.h"
-#include "base/Secret.h"
-#include "command/CommandLog.h"
 
 using pelk::countMatches;
 using pelk::replyWrongCount;

@@ -50,8 +50,6 @@ bool PeerProcess::alive() const {
     return !mPidfd.ok() || !pidfdExited(mPidfd.get());
 }
 
-bool PeerProcess::keptAlive(int kept) {
-    return kept < 0 || !pidfdExited(kept);
-}
+bool PeerProcess::keptAlive(int kept) { return kept < 0 || !pidfdExited(kept); }
 
 }  // namespace pelk

@@ -1,7 +1,7 @@
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include "command/PelkdCommand.h"
+#include <log/log.h>
 
 #include <string.h>
 
@@ -9,8 +9,8 @@
 
 #include "command/CommandReply.h"
 #include "command/PeerProcess.h"
-#include "process/ProcFs.h"
 #include "manager/Pelk.h"
+#include "process/ProcFs.h"
 
 namespace {
 
@@ -25,9 +25,7 @@ pelk::UniqueFd sSystemServerProcess;
 // Bytes of a command line that are read: enough for any name compared here.
 const size_t kCmdlineRead = 200;
 
-bool cmdlineIs(const char* cmdline, const char* name) {
-    return strcmp(cmdline, name) == 0;
-}
+bool cmdlineIs(const char* cmdline, const char* name) { return strcmp(cmdline, name) == 0; }
 
 }  // namespace
 

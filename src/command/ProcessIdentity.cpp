@@ -18,8 +18,7 @@ int getProcCommand(int pid, char* out) {
     pelk::procPath(path, sizeof(path), pid, "cmdline");
     pelk::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd.ok()) {
-        ALOGE("Failed to open file %s for reading : %s\n", path,
-                            strerror(errno));
+        ALOGE("Failed to open file %s for reading : %s\n", path, strerror(errno));
         return -1;
     }
     if (TEMP_FAILURE_RETRY(read(fd.get(), out, 256)) < 0) return -1;

@@ -20,7 +20,7 @@ struct engine {
     int32_t userid;               // owning Android user; -1 if absent
     int32_t flags;                // bit 2: the engine has a chamber directory
     int32_t version;
-    int32_t isMigrating;          // 1 only for isMigrating="true"
+    int32_t isMigrating;              // 1 only for isMigrating="true"
     char spareText[kEngineTextSize];  // never filled by the reader
     int32_t spare;                    // never filled by the reader
 };

@@ -6,10 +6,9 @@
 #include <log/log.h>
 #include <stdlib.h>
 
+#include "base/UniqueHandle.h"
 #include "config/EngineConfig.h"
 #include "config/XmlOwners.h"
-#include "base/UniqueHandle.h"
-
 
 namespace {
 

@@ -16,6 +16,4 @@ int get_engine_list_xml_path(char* path) {
     return snprintf(path, kEnginePathSize, "%s/mirel_engine_list.xml", kUsersDir);
 }
 
-int get_secure_fs_xml_path(char* path) {
-    return snprintf(path, kEnginePathSize, "%s/secure_fs.xml", kUsersDir);
-}
+int get_secure_fs_xml_path(char* path) { return snprintf(path, kEnginePathSize, "%s/secure_fs.xml", kUsersDir); }

@@ -9,7 +9,6 @@
 #include "config/EngineConfig.h"
 #include "config/XmlOwners.h"
 
-
 namespace {
 
 // Only the root and its following siblings count; children are not searched.
@@ -52,6 +51,4 @@ secure_fs* get_secure_fs() {
     return fs;
 }
 
-void free_secure_fs(secure_fs* fs) {
-    free(fs);
-}
+void free_secure_fs(secure_fs* fs) { free(fs); }

@@ -14,8 +14,7 @@ namespace pelk {
 // One attribute value from xmlGetProp, released with xmlFree.
 class XmlText {
 public:
-    XmlText(xmlNode* node, const char* name)
-        : text_(xmlGetProp(node, reinterpret_cast<const xmlChar*>(name))) {}
+    XmlText(xmlNode* node, const char* name) : text_(xmlGetProp(node, reinterpret_cast<const xmlChar*>(name))) {}
     ~XmlText() {
         if (text_) xmlFree(text_);
     }
@@ -55,9 +54,7 @@ public:
 
     bool ok() const { return doc_ != nullptr; }
     xmlNode* root() const { return xmlDocGetRootElement(doc_); }
-    const char* url() const {
-        return doc_->URL ? reinterpret_cast<const char*>(doc_->URL) : "(null)";
-    }
+    const char* url() const { return doc_->URL ? reinterpret_cast<const char*>(doc_->URL) : "(null)"; }
 
 private:
     xmlDoc* doc_;
@@ -65,8 +62,7 @@ private:
 
 // Only element nodes count; text, comment and whitespace nodes never match.
 inline bool isElementNamed(const xmlNode* node, const char* name) {
-    return node->type == XML_ELEMENT_NODE &&
-           compare_string(reinterpret_cast<const char*>(node->name), name);
+    return node->type == XML_ELEMENT_NODE && compare_string(reinterpret_cast<const char*>(node->name), name);
 }
 
 }  // namespace pelk

@@ -40,7 +40,8 @@ int dispatchFound(const EcryptfsRequest& request, char* path) {
     }
     if (opcode >= 21 && opcode <= 29)
         return FsHandlerThread::handleMessageDLP(opcode, request.userId, request.pid, inode, path);
-    if (opcode >= 51 && opcode <= 53) return FsHandlerThread::handleMessageAudit(opcode, request.userId, request.pid, path);
+    if (opcode >= 51 && opcode <= 53)
+        return FsHandlerThread::handleMessageAudit(opcode, request.userId, request.pid, path);
     return -EOPNOTSUPP;
 }
 
@@ -111,7 +112,8 @@ int FsHandlerThread::process(void* context) {
         return -1;
     }
     if (ctx->address->nl_pid != 0) {
-        SLOGE("%s: Invalid netlink pid received, expected 0 got: %d", "process", static_cast<int>(ctx->address->nl_pid));
+        SLOGE("%s: Invalid netlink pid received, expected 0 got: %d", "process",
+              static_cast<int>(ctx->address->nl_pid));
         return -1;
     }
     ecryptfs_netlink_recvmsg* msg = ctx->message;

@@ -26,20 +26,14 @@ constexpr int kAuditBroadcastCode = 610;
 int auditBit(int opcode) {
     switch (opcode) {
         case 21:
-        case 28:
-            return 2;
+        case 28: return 2;
         case 23:
-        case 24:
-            return 1;
-        case 26:
-            return 4;
-        case 27:
-            return 16;
+        case 24: return 1;
+        case 26: return 4;
+        case 27: return 16;
         case 25:
-        case 29:
-            return -1;
-        default:
-            return 0;
+        case 29: return -1;
+        default: return 0;
     }
 }
 
@@ -109,17 +103,11 @@ int FsHandlerThread::handleMessageDLP(int opcode, int userId, int pid, unsigned 
             initRestricted(userId, pid, inode, path);
             break;
         case 25:
-        case 29:
-            expiredAccessed(pid, path);
-            break;
-        case 26:
-            renamed(userId, inode, path);
-            break;
+        case 29: expiredAccessed(pid, path); break;
+        case 26: renamed(userId, inode, path); break;
         case 27:
-        case 28:
-            break;
-        default:
-            return -EOPNOTSUPP;
+        case 28: break;
+        default: return -EOPNOTSUPP;
     }
     handleNotifyAuditDLP(opcode, userId, pid, inode, path);
     return 0;
@@ -146,18 +134,12 @@ int FsHandlerThread::handleNotifyAuditDLP(int opcode, int userId, int pid, unsig
 int FsHandlerThread::handleMessageAudit(int opcode, int userId, int pid, char* path) {
     char line[kLineSize];
     switch (opcode) {
-        case 51:
-            snprintf(line, sizeof(line), "user_id[%d]/pid[%d] failed to encrypt [%s]", userId, pid, path);
-            break;
-        case 52:
-            snprintf(line, sizeof(line), "user_id[%d]/pid[%d] failed to decrypt [%s]", userId, pid, path);
-            break;
+        case 51: snprintf(line, sizeof(line), "user_id[%d]/pid[%d] failed to encrypt [%s]", userId, pid, path); break;
+        case 52: snprintf(line, sizeof(line), "user_id[%d]/pid[%d] failed to decrypt [%s]", userId, pid, path); break;
         case 53:
             snprintf(line, sizeof(line), "user_id[%d]/pid[%d] failed to access file [%s]", userId, pid, path);
             break;
-        default:
-            SLOGE("AUDIT: unsupported audit opcode: [%d]\n", opcode);
-            return -EOPNOTSUPP;
+        default: SLOGE("AUDIT: unsupported audit opcode: [%d]\n", opcode); return -EOPNOTSUPP;
     }
     SLOGE("AUDIT: %s\n", line);
     return 0;

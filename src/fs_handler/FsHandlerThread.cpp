@@ -61,8 +61,7 @@ int FsHandlerThread::main() {
         int ready = poll(&watch, 1, -1);
         if (ready == 0) continue;
         if (ready < 0) {
-            if (errno != EINTR)
-                SLOGE("Failed to poll the mirel_fs_handlerd socket: %d: %s \n", errno, strerror(errno));
+            if (errno != EINTR) SLOGE("Failed to poll the mirel_fs_handlerd socket: %d: %s \n", errno, strerror(errno));
             continue;
         }
         int received = mHandler->recv(message.get(), 0, 0, &senderLength);

@@ -65,7 +65,8 @@ bool searchDirectory(pelk::UniqueFd dirFd, const char* path, unsigned long inode
             return true;
         }
         if (!S_ISDIR(st.st_mode)) continue;
-        pelk::UniqueFd child = fsentry::openEntryDirectory(dirfd(dir.get()), entry->d_name, entryPath, sizeof(entryPath));
+        pelk::UniqueFd child =
+            fsentry::openEntryDirectory(dirfd(dir.get()), entry->d_name, entryPath, sizeof(entryPath));
         if (child.ok() && searchDirectory(std::move(child), entryPath, inode, result)) return true;
     }
     return false;

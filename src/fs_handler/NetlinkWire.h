@@ -8,10 +8,10 @@
 // datagram cannot make an unaligned or out-of-range access.
 #pragma once
 
-#include <sys/socket.h>
 #include <linux/netlink.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/socket.h>
 
 // Netlink unit of the eCryptfs module.
 constexpr int ECRYPTFS_NETLINK_UNIT = 28;
@@ -21,7 +21,7 @@ constexpr int ECRYPTFS_MSG_REGISTER = 3001;
 constexpr int ECRYPTFS_MSG_REPLY = 3002;
 
 constexpr size_t ECRYPTFS_NL_HEADER_SIZE = 16;
-constexpr size_t ECRYPTFS_NL_MAX_LEN = 8192;  // largest header length sent
+constexpr size_t ECRYPTFS_NL_MAX_LEN = 8192;                              // largest header length sent
 constexpr size_t ECRYPTFS_NL_DATA_SIZE = ECRYPTFS_NL_HEADER_SIZE + 8192;  // 8208: one received datagram
 constexpr size_t ECRYPTFS_REGISTER_SIZE = 40;
 constexpr size_t ECRYPTFS_REGISTER_PID_OFFSET = 12;
@@ -31,8 +31,8 @@ constexpr uint16_t ECRYPTFS_NL_FLAG_REQUEST = 1;
 
 // The receive buffer the event loop owns and recv() fills.
 struct ecryptfs_netlink_recvmsg {
-    uint32_t type;    // the header's message type, copied by the checks
-    uint32_t length;  // the header's length field, copied by the checks
+    uint32_t type;     // the header's message type, copied by the checks
+    uint32_t length;   // the header's length field, copied by the checks
     nlmsghdr* header;  // the start of data
     char data[ECRYPTFS_NL_DATA_SIZE];
     char* payload;  // behind the header once the checks passed; null until then

@@ -49,8 +49,8 @@ void markEntries(const Marker& marker, pelk::UniqueFd dirFd, const char* path) {
             marker.mark(entryPath);
         } else if (S_ISDIR(st.st_mode)) {
             marker.mark(entryPath);
-            markEntries(marker, fsentry::openEntryDirectory(dirfd(dir.get()), entry->d_name, entryPath,
-                                                            sizeof(entryPath)),
+            markEntries(marker,
+                        fsentry::openEntryDirectory(dirfd(dir.get()), entry->d_name, entryPath, sizeof(entryPath)),
                         entryPath);
         }
     }

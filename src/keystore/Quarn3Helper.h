@@ -5,10 +5,10 @@
 // any of them returns.
 #pragma once
 
+#include <private/android_filesystem_config.h>
 #include <stddef.h>
 #include <sys/types.h>
 #include <tzkeystore/tz_keystore.h>
-#include <private/android_filesystem_config.h>
 
 // Both unwrap functions of the connector share this shape.
 using QuarnUnwrapFn = decltype(&TZ_KEYSTORE_unwrap_key);
@@ -54,8 +54,8 @@ public:
     // Reads and unwraps the key `keyName` of the store in `dir`. On success
     // `out` holds the key and one terminating zero, `*len` counts both, and
     // the answer is 0; otherwise -1 and `out` is untouched.
-    static int getKeyFromQ3KS(const char* dir, unsigned char* out, int* len, const char* keyName,
-                              const char* password, QuarnUnwrapFn unwrap);
+    static int getKeyFromQ3KS(const char* dir, unsigned char* out, int* len, const char* keyName, const char* password,
+                              QuarnUnwrapFn unwrap);
     // The key of `userId` from the store of `version` (3 or 4). Answers the
     // version, or -1.
     static int getKeyFromQuarn3(int userId, int version, unsigned char* out, int* len, const char* keyName);

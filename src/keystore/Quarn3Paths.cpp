@@ -9,7 +9,6 @@
 
 #include "keystore/Quarn3Helper.h"
 
-
 namespace {
 
 const char kQuarn3Dir[] = "/data/misc/quarn_keystore/";

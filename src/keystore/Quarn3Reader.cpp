@@ -3,18 +3,18 @@
 // wiped on whichever path leaves the function.
 #define LOG_TAG "pelkd.QuarnHelper"
 
-#include <log/log.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <log/log.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <cstdio>
 
-#include "keystore/Quarn3Helper.h"
-#include "base/UniqueFd.h"
-#include "base/Secret.h"
 #include "base/FileIo.h"
+#include "base/Secret.h"
+#include "base/UniqueFd.h"
+#include "keystore/Quarn3Helper.h"
 
 namespace {
 
@@ -24,9 +24,7 @@ constexpr size_t kKeyPathSize = 1024;
 
 }  // namespace
 
-ssize_t Quarn3Helper::readFully(int fd, void* buf, size_t len) {
-    return pelk::readFully(fd, buf, len);
-}
+ssize_t Quarn3Helper::readFully(int fd, void* buf, size_t len) { return pelk::readFully(fd, buf, len); }
 
 int Quarn3Helper::getKeyFromQ3KS(const char* dir, unsigned char* out, int* len, const char* keyName,
                                  const char* password, QuarnUnwrapFn unwrap) {

@@ -1,16 +1,16 @@
 #define LOG_TAG "pelkd.QuarnHelper"
 
-#include <log/log.h>
 #include "keystore/QuarnHelper.h"
+#include <log/log.h>
 
 #include <stdio.h>
 #include <string.h>
 
 #include <initializer_list>
 
+#include "base/Secret.h"
 #include "config/EngineConfig.h"
 #include "keystore/Quarn3Helper.h"
-#include "base/Secret.h"
 
 namespace {
 constexpr int kVersionUnselected = 99;
@@ -57,6 +57,4 @@ int QuarnHelper::getKeyFromQuarnKeyStore(unsigned char* out, int* len) {
     return rc;
 }
 
-bool QuarnHelper::isKeyExist() {
-    return Quarn3Helper::isQuarn3KeyExist(quarnVersion, keyName);
-}
+bool QuarnHelper::isKeyExist() { return Quarn3Helper::isQuarn3KeyExist(quarnVersion, keyName); }

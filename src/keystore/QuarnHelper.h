@@ -3,9 +3,9 @@
 #pragma once
 
 // Key types.
-constexpr int kQuarnKeyCe = 1;           // CE file-encryption key-encryption key
-constexpr int kQuarnKeyDe = 2;           // DE one
-constexpr int kQuarnKeySecureFs = 10;    // the secure filesystem's key
+constexpr int kQuarnKeyCe = 1;         // CE file-encryption key-encryption key
+constexpr int kQuarnKeyDe = 2;         // DE one
+constexpr int kQuarnKeySecureFs = 10;  // the secure filesystem's key
 
 class QuarnHelper {
 public:

@@ -5,11 +5,11 @@
 #include <cutils/properties.h>
 #include <fcntl.h>
 #include <log/log.h>
+#include <private/android_filesystem_config.h>
 #include <stdarg.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
-#include <private/android_filesystem_config.h>
 
 #include "base/UniqueFd.h"
 #include "log/PelkLog.h"
@@ -31,20 +31,14 @@ const int kStampedLineSize = 4096;
 const char kLevelNames[2][10] = {"NORMAL", "ERROR"};
 
 // Unknown levels are stamped as errors rather than passed over.
-const char* levelName(int level) {
-    return level == PelkLog::LEVEL_NORMAL ? kLevelNames[0] : kLevelNames[1];
-}
+const char* levelName(int level) { return level == PelkLog::LEVEL_NORMAL ? kLevelNames[0] : kLevelNames[1]; }
 
-void logError(const char* fmt, const char* arg) {
-    SLOGE(fmt, arg);
-}
+void logError(const char* fmt, const char* arg) { SLOGE(fmt, arg); }
 
 void giveToResultOwner(FILE* stream) {
     int fd = fileno(stream);
-    if (fchown(fd, kResultUid, kResultGid) != 0)
-        SLOGE("Failed to chown for result.");
-    if (fchmod(fd, kResultMode) != 0)
-        SLOGE("Failed to chmod for result.");
+    if (fchown(fd, kResultUid, kResultGid) != 0) SLOGE("Failed to chown for result.");
+    if (fchmod(fd, kResultMode) != 0) SLOGE("Failed to chmod for result.");
 }
 
 // A new ongoing marker, headed by the build identity of this software.
@@ -90,19 +84,15 @@ void PelkLog::setDaemonStatus(int status) {
             mStatusFile.reset();
             mStatusFile.reset(openRunningLog());
             return;
-        case STATUS_CLOSE:
-            mStatusFile.reset();
-            return;
-        default:
-            break;
+        case STATUS_CLOSE: mStatusFile.reset(); return;
+        default: break;
     }
     // The end of pre-mount: success, or failure for any other value.
     if (!mStatusFile) return;
     giveToResultOwner(mStatusFile.get());
     mStatusFile.reset();
     const char* result = status == STATUS_PREMOUNT_SUCCESS ? PelkPremountSuccess : PelkPremountFailed;
-    if (rename(PelkPremountOnGoing, result) == 0)
-        ALOGD("Log file renaming..");
+    if (rename(PelkPremountOnGoing, result) == 0) ALOGD("Log file renaming..");
 }
 
 void PelkLog::stampPelkLog(int level, const char* fmt, ...) {

@@ -16,13 +16,9 @@ namespace {
 // Past this many bytes the log file is rotated.
 const long kLogFileLimit = 10000;
 
-void logInfo(const char* text) {
-    SLOGI("%s", text);
-}
+void logInfo(const char* text) { SLOGI("%s", text); }
 
-void logError(const char* text) {
-    SLOGE("%s", text);
-}
+void logError(const char* text) { SLOGE("%s", text); }
 
 // The class name in the start and end lines is misspelt on purpose: the
 // device's log readers look for these exact lines.
@@ -45,8 +41,7 @@ FILE* PelkLog::openLogDev(const char* path) {
 
 int PelkLog::checkLogPath(const char* path) {
     if (access(path, F_OK) == 0) return 0;
-    SLOGI("'%s' does not exist, attempt to create",
-                            path);
+    SLOGI("'%s' does not exist, attempt to create", path);
     if (mkdir(path, 0700) != 0) {
         SLOGE("Failed to create '%s'", path);
         return -1;

@@ -27,13 +27,9 @@ const useconds_t kMarkerIntervalUs = 500 * 1000;
 
 const char kSeparator[] = "------------------------------------------------\n";
 
-void logDebug(const char* text) {
-    ALOGD("%s", text);
-}
+void logDebug(const char* text) { ALOGD("%s", text); }
 
-bool exists(const char* path) {
-    return access(path, F_OK) == 0;
-}
+bool exists(const char* path) { return access(path, F_OK) == 0; }
 
 // Waits for pre-mount to begin; after five minutes the capture starts anyway.
 void waitForPremountStart() {

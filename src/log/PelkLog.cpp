@@ -5,7 +5,6 @@
 
 #include <log/log.h>
 
-
 const char* const PelkLogDevPath = "/dev/dek_log";
 const char* const PelkLogLogPath = "/data/log/";
 const char* const PelkLogLogFile = "/data/log/mirel_log.txt";
@@ -24,18 +23,10 @@ PelkLog* PelkLog::Instance() {
     return sInstance;
 }
 
-PelkLog::PelkLog() {
-    SLOGI("PelkLog::PelkLog");
-}
+PelkLog::PelkLog() { SLOGI("PelkLog::PelkLog"); }
 
-PelkLog::~PelkLog() {
-    SLOGI("PelkLog::~PelkLog");
-}
+PelkLog::~PelkLog() { SLOGI("PelkLog::~PelkLog"); }
 
-int PelkLog::startLog() {
-    return pthread_create(&mLogThread, nullptr, runThread, nullptr);
-}
+int PelkLog::startLog() { return pthread_create(&mLogThread, nullptr, runThread, nullptr); }
 
-int PelkLog::startLogcat() {
-    return pthread_create(&mLogcatThread, nullptr, getlogcat, nullptr);
-}
+int PelkLog::startLogcat() { return pthread_create(&mLogcatThread, nullptr, getlogcat, nullptr); }

@@ -18,16 +18,16 @@
 
 #include "base/UniqueHandle.h"
 
-extern const char* const PelkLogDevPath;      // "/dev/dek_log"
-extern const char* const PelkLogLogPath;      // "/data/log/"
-extern const char* const PelkLogLogFile;      // "/data/log/mirel_log.txt"
-extern const char* const PelkLogLogFileOld;   // "/data/log/mirel_log.old"
-extern const char* const PelkLogCatFile;      // "/data/log/pelk.log"
-extern const char* const PelkLogCatFotaFile;  // "/data/log/pelk_fota.log"
-extern const char* const PelkPremountSuccess; // "/data/log/pelk_success"
-extern const char* const PelkPremountFailed;  // "/data/log/pelk_error"
-extern const char* const PelkPremountOnGoing; // "/data/log/pelk_ongoing"
-extern const char* const PelkRunningLog;      // "/data/log/pelk_running"
+extern const char* const PelkLogDevPath;       // "/dev/dek_log"
+extern const char* const PelkLogLogPath;       // "/data/log/"
+extern const char* const PelkLogLogFile;       // "/data/log/mirel_log.txt"
+extern const char* const PelkLogLogFileOld;    // "/data/log/mirel_log.old"
+extern const char* const PelkLogCatFile;       // "/data/log/pelk.log"
+extern const char* const PelkLogCatFotaFile;   // "/data/log/pelk_fota.log"
+extern const char* const PelkPremountSuccess;  // "/data/log/pelk_success"
+extern const char* const PelkPremountFailed;   // "/data/log/pelk_error"
+extern const char* const PelkPremountOnGoing;  // "/data/log/pelk_ongoing"
+extern const char* const PelkRunningLog;       // "/data/log/pelk_running"
 
 class PelkLog {
 public:
@@ -36,11 +36,11 @@ public:
 
     // Pre-mount and running-log states for setDaemonStatus.
     enum {
-        STATUS_PREMOUNT_START = 0,   // create the ongoing marker as the status stream
-        STATUS_PREMOUNT_SUCCESS = 1, // close it and move it to the success marker
-        STATUS_PREMOUNT_FAILED = 2,  // close it and move it to the error marker (also any unknown value)
-        STATUS_RUNNING_LOG = 3,      // open the running log as the status stream
-        STATUS_CLOSE = 4,            // close the status stream
+        STATUS_PREMOUNT_START = 0,    // create the ongoing marker as the status stream
+        STATUS_PREMOUNT_SUCCESS = 1,  // close it and move it to the success marker
+        STATUS_PREMOUNT_FAILED = 2,   // close it and move it to the error marker (also any unknown value)
+        STATUS_RUNNING_LOG = 3,       // open the running log as the status stream
+        STATUS_CLOSE = 4,             // close the status stream
     };
 
     // A device line is read into a buffer of this size: at most

@@ -11,7 +11,7 @@
 namespace pelk {
 
 struct NamespaceChild::Work {
-    const char* src;   // null: detach dst
+    const char* src;  // null: detach dst
     const char* dst;
 };
 
@@ -36,13 +36,9 @@ NamespaceChild::~NamespaceChild() {
     if (mShared) munmap(mShared, static_cast<size_t>(sysconf(_SC_PAGESIZE)));
 }
 
-NamespaceOutcome NamespaceChild::bind(int nsFd, const char* src, const char* dst) {
-    return run(nsFd, Work{src, dst});
-}
+NamespaceOutcome NamespaceChild::bind(int nsFd, const char* src, const char* dst) { return run(nsFd, Work{src, dst}); }
 
-NamespaceOutcome NamespaceChild::detach(int nsFd, const char* path) {
-    return run(nsFd, Work{nullptr, path});
-}
+NamespaceOutcome NamespaceChild::detach(int nsFd, const char* path) { return run(nsFd, Work{nullptr, path}); }
 
 NamespaceOutcome NamespaceChild::run(int nsFd, const Work& work) {
     if (!mShared) {

@@ -2,8 +2,8 @@
 // single command.
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include "manager/Pelk.h"
+#include <log/log.h>
 
 #include <errno.h>
 #include <pthread.h>
@@ -71,9 +71,7 @@ Pelk::Pelk(int pid) {
     mPreMountMark = -1;
 }
 
-Pelk::~Pelk() {
-    delete mCopyEngine;
-}
+Pelk::~Pelk() { delete mCopyEngine; }
 
 void Pelk::initStatusMap() {
     int users[kStartupUsers] = {0};

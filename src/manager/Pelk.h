@@ -156,8 +156,8 @@ public:
     // Copy engine forwarders: the library's results unchanged.
     int scanDir(const char* path, char* out, long position);
     int copy(char* src, int srcId, char* dst, int dstId, unsigned int flags);
-    int copyChunk(const char* src, int srcId, const char* dst, int dstId, long long offset, long length,
-                  long long size, int flag);
+    int copyChunk(const char* src, int srcId, const char* dst, int dstId, long long offset, long length, long long size,
+                  int flag);
     int copyCancel(const char* dst, long long size);
     int changePermissionMigration(char* path, int uid, int gid, int mode);
 

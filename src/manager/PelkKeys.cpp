@@ -18,9 +18,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <memory>
 #include <private/android_filesystem_config.h>
+#include <memory>
 
+#include "base/Secret.h"
+#include "base/UniqueFd.h"
 #include "keystore/Quarn3Helper.h"
 #include "keystore/QuarnHelper.h"
 #include "log/PelkLog.h"
@@ -28,12 +30,10 @@
 #include "manager/Pelk.h"
 #include "manager/StorageReport.h"
 #include "tools/Base64.h"
-#include "base/UniqueFd.h"
-#include "base/Secret.h"
 
 namespace {
 
-constexpr int kRawKeySize = 32;     // key bytes handed to mounts, then a zero
+constexpr int kRawKeySize = 32;  // key bytes handed to mounts, then a zero
 constexpr int kKeyPathSize = 512;
 constexpr int kLengthFieldSize = 5;  // decimal text, NUL-padded
 constexpr int kMaxCipherSize = 96;
@@ -163,8 +163,8 @@ int Pelk::getDEKeyFromEDEK(int userId, char* key, bool create) {
     char path[kKeyPathSize];
     deEdkPath(userId, path);
     pelk::SecretBuffer<kRawKeySize> deKey;
-    int rc = create ? writeNewEdek(path, aesKey.data(), iv, deKey.data())
-                    : readEdek(path, aesKey.data(), iv, deKey.data());
+    int rc =
+        create ? writeNewEdek(path, aesKey.data(), iv, deKey.data()) : readEdek(path, aesKey.data(), iv, deKey.data());
     if (rc != 0) return -1;
     memcpy(key, deKey.data(), kRawKeySize);
     key[kRawKeySize] = 0;

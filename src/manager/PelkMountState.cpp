@@ -3,18 +3,18 @@
 // storage is unlocked.
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include <errno.h>
+#include <log/log.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include <memory>
 
-#include "process/ProcFs.h"
+#include "base/UniqueHandle.h"
 #include "manager/Pelk.h"
 #include "partition/Partition.h"
-#include "base/UniqueHandle.h"
+#include "process/ProcFs.h"
 
 namespace {
 

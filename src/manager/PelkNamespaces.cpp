@@ -23,9 +23,9 @@
 #include <private/android_filesystem_config.h>
 
 #include "manager/MountCalls.h"
-#include "process/ProcFs.h"
 #include "manager/NamespaceChild.h"
 #include "manager/Pelk.h"
+#include "process/ProcFs.h"
 #include "process/UserProcesses.h"
 
 namespace {
@@ -43,9 +43,7 @@ const char* const kViewSources[] = {
     "/mnt/zanth/write/emulated/%d",
 };
 
-void logFailedOpendir() {
-    ALOGE("Failed to opendir");
-}
+void logFailedOpendir() { ALOGE("Failed to opendir"); }
 
 // True when path is a mount point in the process's own namespace, read from
 // its table in /proc (what the closed isMountedPath answers from inside).

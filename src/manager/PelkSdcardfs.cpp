@@ -55,8 +55,7 @@ bool buildArguments(const Partition& area, char* userId, char* emulated, const c
             argv[n++] = area.mMntPath;
             argv[n++] = "Private";
             break;
-        default:
-            return false;
+        default: return false;
     }
     argv[n] = nullptr;
     return true;

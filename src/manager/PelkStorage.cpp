@@ -49,8 +49,7 @@ int createMissing(int userId, const int32_t (&types)[N], Keep keep, const char* 
 // Mounts every area of the list in order; the first failure ends the walk
 // and leaves the areas before it mounted.
 template <size_t N>
-int mountAll(Pelk* pelk, int userId, const int32_t (&types)[N], const char* key, bool isRawKey,
-             bool partitionFlag) {
+int mountAll(Pelk* pelk, int userId, const int32_t (&types)[N], const char* key, bool isRawKey, bool partitionFlag) {
     for (int32_t type : types) {
         Partition area(userId, type, nullptr, partitionFlag);
         if (pelk->ecryptfsMount(&area, key, isRawKey) != 0) return -1;
@@ -61,8 +60,9 @@ int mountAll(Pelk* pelk, int userId, const int32_t (&types)[N], const char* key,
 }  // namespace
 
 int Pelk::prepareStorageDe(int userId, char* key) {
-    if (createMissing(userId, Partition::LIST_DE_STORAGE, [](int32_t) { return true; },
-                      "Prepare DE ERROR : Failed to create de directory !!\n") != 0) {
+    if (createMissing(
+            userId, Partition::LIST_DE_STORAGE, [](int32_t) { return true; },
+            "Prepare DE ERROR : Failed to create de directory !!\n") != 0) {
         return -1;
     }
     std::unique_ptr<QuarnHelper> helper(new QuarnHelper(userId, kQuarnKeyDe));

@@ -34,9 +34,18 @@ int unmountInOrder(Pelk* pelk, int userId, const int32_t (&types)[N], const char
 // The type list of a storage kind: 0 CE, 1 DE, 2 the device-wide areas.
 bool typesOfKind(int kind, const int32_t** types, size_t* count) {
     switch (kind) {
-        case 0: *types = Partition::LIST_CE_STORAGE; *count = 4; return true;
-        case 1: *types = Partition::LIST_DE_STORAGE; *count = 3; return true;
-        case 2: *types = Partition::LIST_MIREL_STORAGE; *count = 2; return true;
+        case 0:
+            *types = Partition::LIST_CE_STORAGE;
+            *count = 4;
+            return true;
+        case 1:
+            *types = Partition::LIST_DE_STORAGE;
+            *count = 3;
+            return true;
+        case 2:
+            *types = Partition::LIST_MIREL_STORAGE;
+            *count = 2;
+            return true;
         default: return false;
     }
 }

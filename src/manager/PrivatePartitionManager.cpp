@@ -2,8 +2,8 @@
 // "ppm" listener of its own.
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include "manager/PrivatePartitionManager.h"
+#include <log/log.h>
 
 #include <errno.h>
 #include <string.h>
@@ -32,6 +32,4 @@ PrivatePartitionManager::PrivatePartitionManager() : Pelk(getpid()) {
     }
 }
 
-PrivatePartitionManager::~PrivatePartitionManager() {
-    delete mPpmCopyEngine;
-}
+PrivatePartitionManager::~PrivatePartitionManager() { delete mPpmCopyEngine; }

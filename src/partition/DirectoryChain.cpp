@@ -1,7 +1,7 @@
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include "partition/DirectoryChain.h"
+#include <log/log.h>
 
 #include <errno.h>
 #include <string.h>

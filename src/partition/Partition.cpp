@@ -6,11 +6,10 @@
 
 #include <crypt/crypt.h>
 #include <log/log.h>
-#include <stdio.h>
 #include <private/android_filesystem_config.h>
+#include <stdio.h>
 
 namespace {
-
 
 // One row of the layout. Per-user areas append "/<user>" to both bases;
 // device-wide areas use the bases as they stand. A row with an FBE mount
@@ -32,24 +31,23 @@ constexpr uint32_t kMisc = AID_MISC;
 
 const AreaLayout kLayout[] = {
     {PARTITION_CE_DATA, "/data/zanth/data", "/data/user", nullptr, true, kSystem, kSystem, 0771},
-    {PARTITION_CE_SDCARD, "/data/zanth/sdcard", "/data/zanth/sdcard", "/mnt/runtime/default/emulated", true,
-     kMediaRw, kMediaRw, 0770},
+    {PARTITION_CE_SDCARD, "/data/zanth/sdcard", "/data/zanth/sdcard", "/mnt/runtime/default/emulated", true, kMediaRw,
+     kMediaRw, 0770},
     {PARTITION_PRIVATE_MODE, "/data/privatemode", "/data/privatemode", nullptr, false, kSystem, kSystem, 0771},
-    {PARTITION_MIREL_USER, "/data/zanth/secure_fs/enc_user", "/data/enc_user", nullptr, false, kSystem, kSystem,
-     0771},
+    {PARTITION_MIREL_USER, "/data/zanth/secure_fs/enc_user", "/data/enc_user", nullptr, false, kSystem, kSystem, 0771},
     {PARTITION_MIREL_MEDIA, "/data/zanth/secure_fs/enc_media", "/data/zanth/secure_fs/enc_media",
      "/mnt/shell/enc_emulated", false, kSystem, kSystem, 0771},
     {PARTITION_SDCARDFS_DEFAULT, "/mnt/zanth/default/zanth-emulated", "/mnt/zanth/default/emulated", nullptr, true,
      kSystem, kSystem, 0771},
     {PARTITION_SDCARDFS_READ, "/mnt/zanth/read/zanth-emulated", "/mnt/zanth/read/emulated", nullptr, true, kSystem,
      kSystem, 0771},
-    {PARTITION_SDCARDFS_WRITE, "/mnt/zanth/write/zanth-emulated", "/mnt/zanth/write/emulated", nullptr, true,
-     kSystem, kSystem, 0771},
-    {PARTITION_TMP_SDCARD, "/data/zanth/tmp_sdcard", "/mnt/zanth", nullptr, false, kSystem, kSystem, 0771},
-    {PARTITION_PRIVATE_DEFAULT, "/mnt/shell/private_default", "/mnt/shell/privatemode/default", nullptr, false,
-     kSystem, kSystem, 0771},
-    {PARTITION_PRIVATE_READ, "/mnt/shell/private_read", "/mnt/shell/privatemode/read", nullptr, false, kSystem,
+    {PARTITION_SDCARDFS_WRITE, "/mnt/zanth/write/zanth-emulated", "/mnt/zanth/write/emulated", nullptr, true, kSystem,
      kSystem, 0771},
+    {PARTITION_TMP_SDCARD, "/data/zanth/tmp_sdcard", "/mnt/zanth", nullptr, false, kSystem, kSystem, 0771},
+    {PARTITION_PRIVATE_DEFAULT, "/mnt/shell/private_default", "/mnt/shell/privatemode/default", nullptr, false, kSystem,
+     kSystem, 0771},
+    {PARTITION_PRIVATE_READ, "/mnt/shell/private_read", "/mnt/shell/privatemode/read", nullptr, false, kSystem, kSystem,
+     0771},
     {PARTITION_PRIVATE_WRITE, "/mnt/shell/private_write", "/mnt/shell/privatemode/write", nullptr, false, kSystem,
      kSystem, 0771},
     {PARTITION_DE_DATA, "/data/zanth/data_de", "/data/user_de", nullptr, true, kSystem, kSystem, 0771},
@@ -88,9 +86,7 @@ Partition::Partition(int userId, const char* srcPath, const char* mntPath, bool 
     logCreated();
 }
 
-Partition::~Partition() {
-    SLOGD("deleting Partition object.");
-}
+Partition::~Partition() { SLOGD("deleting Partition object."); }
 
 void Partition::setDefaults(int userId, int type, bool mirelSupported) {
     mUserId = userId;
@@ -128,8 +124,6 @@ void Partition::dump() {
     SLOGD("Partition::dump============== %d", mUserId);
     // The label only tells CE app data apart from everything else.
     const char* label = mType == PARTITION_CE_DATA ? "PRIVATE-DATA" : "INTERNAL-SDCARD";
-    SLOGD("Partition::mType > %s mSrcPath > %s mMntPath > %s",
-                            label, mSrcPath, mMntPath);
-    SLOGD("Partition::MIREL > %s",
-                            mMirelSupported ? "supported" : "not supported");
+    SLOGD("Partition::mType > %s mSrcPath > %s mMntPath > %s", label, mSrcPath, mMntPath);
+    SLOGD("Partition::MIREL > %s", mMirelSupported ? "supported" : "not supported");
 }

@@ -3,17 +3,17 @@
 // directories and source permissions.
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include <chamber/chamber.h>
 #include <fcntl.h>
+#include <log/log.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/UniqueFd.h"
 #include "config/EngineConfig.h"
 #include "partition/Partition.h"
 #include "partition/PartitionFormat.h"
-#include "base/UniqueFd.h"
 
 namespace {
 

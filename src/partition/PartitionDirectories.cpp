@@ -11,14 +11,13 @@
 
 #include <cerrno>
 
-#include "partition/Partition.h"
-#include "process/ProcessKiller.h"
+#include "base/DirEntry.h"
 #include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
-#include "base/DirEntry.h"
+#include "partition/Partition.h"
+#include "process/ProcessKiller.h"
 
 namespace {
-
 
 // Kill action after each failed unlink: SIGTERM, then SIGKILL, then a last
 // report of who still holds the file.
@@ -26,7 +25,6 @@ constexpr int kRemoveActions[] = {1, 2, 0};
 constexpr int kRemoveTries = sizeof(kRemoveActions) / sizeof(kRemoveActions[0]);
 // Between tries; microseconds, short on purpose.
 constexpr useconds_t kRemovePauseUs = 50;
-
 
 // Empties one sub-directory of an open directory (the directory itself
 // stays). Answers false when the sub-directory could not be walked at all;
@@ -68,8 +66,7 @@ int Partition::remove() {
         int err = errno;
         // Names the source path even when the mount path failed; log readers
         // look for this one line.
-        SLOGE("remove directory %s failed : %d(%s)", mSrcPath,
-                                err, strerror(err));
+        SLOGE("remove directory %s failed : %d(%s)", mSrcPath, err, strerror(err));
         return -1;
     }
     return 0;
@@ -138,14 +135,12 @@ int Partition::removeFile(const char* path) {
         }
         const int err = errno;
         const int action = kRemoveActions[attempt];
-        SLOGW("Failed REMOVE %s (%s, retries %d, action %d)", path, strerror(err),
-                      kRemoveTries - 1 - attempt, action);
+        SLOGW("Failed REMOVE %s (%s, retries %d, action %d)", path, strerror(err), kRemoveTries - 1 - attempt, action);
         SLOGI("Kill processes opening and [%s]", path);
         ProcessKiller::killProcessesWithOpenFiles(path, action);
         usleep(kRemovePauseUs);
     }
     errno = EBUSY;
-    SLOGE("Giving up on remove %s (%s)", path,
-                            strerror(EBUSY));
+    SLOGE("Giving up on remove %s (%s)", path, strerror(EBUSY));
     return -1;
 }

@@ -3,13 +3,13 @@
 // trailing slash or a longer user id never counts.
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include <errno.h>
+#include <log/log.h>
 #include <string.h>
 
-#include "process/ProcFs.h"
-#include "partition/Partition.h"
 #include "base/UniqueHandle.h"
+#include "partition/Partition.h"
+#include "process/ProcFs.h"
 
 bool Partition::isMounted() {
     pelk::UniqueFile mounts(fopen("/proc/mounts", "r"));

@@ -2,9 +2,9 @@
 // data area into another user's, and where a package's data lives.
 #define LOG_TAG "pelkd"
 
-#include <log/log.h>
 #include <chamber/chamber.h>
 #include <dirent.h>
+#include <log/log.h>
 #include <persona/persona.h>
 #include <stdio.h>
 #include <string.h>
@@ -13,10 +13,10 @@
 
 #include <cerrno>
 
+#include "base/DirEntry.h"
+#include "base/UniqueHandle.h"
 #include "partition/Partition.h"
 #include "partition/PartitionFormat.h"
-#include "base/UniqueHandle.h"
-#include "base/DirEntry.h"
 
 namespace {
 
@@ -29,9 +29,8 @@ int createPackageDirectory(int user, const char* srcEntry, const char* dstEntry,
     const int appId = static_cast<int>(src.st_uid % kPerUserRange);
     const int newUid = appId + user * kPerUserRange;
     SLOGI("%s src [uid:%d gid:%d mode:%d appId:%d]", "syncPkgDir", static_cast<int>(src.st_uid),
-                  static_cast<int>(src.st_gid), static_cast<int>(src.st_mode), appId);
-    SLOGI("Creating pkg directory %s [uid:%d/gid:%d] appId:%d", dstEntry, newUid, newUid,
-                  appId);
+          static_cast<int>(src.st_gid), static_cast<int>(src.st_mode), appId);
+    SLOGI("Creating pkg directory %s [uid:%d/gid:%d] appId:%d", dstEntry, newUid, newUid, appId);
     if (mkdir(dstEntry, src.st_mode) != 0 && errno != EEXIST) {
         SLOGE("mkdir failed for %s, %s\n", dstEntry, strerror(errno));
         return -1;
@@ -74,8 +73,7 @@ int Partition::syncPkgDir(Partition* other) {
 // The known line spells the mode "%0.8x"; the ignored '0' flag is part of it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
-        SLOGI("syncPkgDir %s => %s MODE error %0.8x", source, target,
-                      static_cast<unsigned int>(st.st_mode));
+        SLOGI("syncPkgDir %s => %s MODE error %0.8x", source, target, static_cast<unsigned int>(st.st_mode));
 #pragma GCC diagnostic pop
         return kInvalid;
     }
@@ -103,8 +101,7 @@ int Partition::syncPkgDir(Partition* other) {
         // by its listing, so its copy in the target is removed.
         const bool srcIsDir = srcResult == 0 ? S_ISDIR(srcSt.st_mode) : entry->d_type == DT_DIR;
         if (!srcIsDir) {
-            SLOGI(" Ignoring files %s ==> %s (%d,%d) ", srcEntry, dstEntry, srcResult,
-                          dstResult);
+            SLOGI(" Ignoring files %s ==> %s (%d,%d) ", srcEntry, dstEntry, srcResult, dstResult);
             continue;
         }
         // The misspelling is the line log readers know.

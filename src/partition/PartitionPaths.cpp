@@ -35,8 +35,7 @@ bool exists(const char* path) {
 int Partition::makeDirectory(const char* path, unsigned int mode, unsigned int uid, unsigned int gid) {
     return pelk::makeDirectoryChain(path, mode, uid, gid, true, [this](const char* prefix) {
         if (isZanthUser(mUserId) && selinux_android_restorecon_internal(prefix, mUserId, kRestoreconFlags) < 0) {
-            SLOGE("Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix,
-                 mUserId);
+            SLOGE("Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix, mUserId);
             return -1;
         }
         return 0;
@@ -63,8 +62,7 @@ int Partition::makeRelativeDirectory(const char* relativePath, unsigned int mode
             return -err;
         }
         if (selinux_android_restorecon_internal(prefix, mUserId, kRestoreconFlags) < 0) {
-            SLOGE("Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix,
-                 mUserId);
+            SLOGE("Error makeDirectory SELinux restorecon path(%s) containerID(%d)\n", prefix, mUserId);
             return -1;
         }
         return 0;

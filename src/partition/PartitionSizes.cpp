@@ -9,10 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "partition/Partition.h"
+#include "base/DirEntry.h"
 #include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
-#include "base/DirEntry.h"
+#include "partition/Partition.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "process/ProcessKiller.h"
 #include "base/Strings.h"
 #include "process/ProcFs.h"
+#include "process/ProcessKiller.h"
 
 namespace {
 

@@ -12,9 +12,8 @@
 #include <cerrno>
 #include <climits>
 
-#include "process/ProcessKiller.h"
 #include "process/ProcFs.h"
-
+#include "process/ProcessKiller.h"
 
 bool ProcessKiller::pathMatchesMountPoint(const char* path, const char* mountPoint) {
     const size_t n = strlen(mountPoint);

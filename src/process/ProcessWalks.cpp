@@ -11,12 +11,12 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <private/android_filesystem_config.h>
+#include <cerrno>
 
+#include "base/UniqueHandle.h"
 #include "process/ProcFs.h"
 #include "process/ProcessKiller.h"
-#include "base/UniqueHandle.h"
 
 namespace {
 
@@ -45,8 +45,7 @@ private:
 };
 
 void logHolder(const char* prefix, const char* what, const char* name, int pid, const char* third) {
-    SLOGE("%sProcess %s (%d) has %s %s", prefix, name, pid,
-                            what, third);
+    SLOGE("%sProcess %s (%d) has %s %s", prefix, name, pid, what, third);
 }
 
 // Polls until /proc/<pid> is gone, three times at most.
@@ -125,8 +124,7 @@ void ProcessKiller::KillProcessesWithOpenFilesViaReverse(const char* path, int s
         if (signal == 0) continue;
 
         // The number is sent as given: 1 is SIGHUP and 2 is SIGINT here.
-        SLOGW("Sending %s to process %d", strsignal(signal),
-                                pid);
+        SLOGW("Sending %s to process %d", strsignal(signal), pid);
         kill(pid, signal);
         waitForDeath(pid);
     }

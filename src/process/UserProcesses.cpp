@@ -29,9 +29,7 @@ bool parsePid(const char* name, pid_t* pid) {
 
 }  // namespace
 
-int androidUserOf(uid_t uid) {
-    return static_cast<int>(uid / AID_USER_OFFSET);
-}
+int androidUserOf(uid_t uid) { return static_cast<int>(uid / AID_USER_OFFSET); }
 
 ProcessWalk::ProcessWalk() : mProc(opendir("/proc")) {}
 

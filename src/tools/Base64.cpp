@@ -19,9 +19,7 @@ struct DecodeTable {
 const DecodeTable kDecode;
 
 // Only the low 6 bits are used, so an unknown byte (-1) counts as 63.
-unsigned sextet(char c) {
-    return static_cast<unsigned>(kDecode.value[static_cast<unsigned char>(c)]) & 0x3f;
-}
+unsigned sextet(char c) { return static_cast<unsigned>(kDecode.value[static_cast<unsigned char>(c)]) & 0x3f; }
 
 }  // namespace
 

@@ -107,15 +107,10 @@ private:
     int child(int dirFd, const struct dirent* entry) {
         ALOGD("chown_recursive %s", path_);
         switch (pelk::entryType(dirFd, entry)) {
-            case DT_UNKNOWN:
-                return lstatFailed(path_);
-            case DT_LNK:
-                ALOGE("%s :: skip link file", "chown_recursive");
-                return 0;
-            case DT_DIR:
-                return directory(dirFd, entry->d_name);
-            default:
-                return fchownat(dirFd, entry->d_name, uid_, gid_, 0);
+            case DT_UNKNOWN: return lstatFailed(path_);
+            case DT_LNK: ALOGE("%s :: skip link file", "chown_recursive"); return 0;
+            case DT_DIR: return directory(dirFd, entry->d_name);
+            default: return fchownat(dirFd, entry->d_name, uid_, gid_, 0);
         }
     }
 

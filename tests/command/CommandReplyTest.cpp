@@ -7,8 +7,8 @@
 
 #include <string>
 
-#include "command/CommandReply.h"
 #include "base/UniqueFd.h"
+#include "command/CommandReply.h"
 
 namespace {
 

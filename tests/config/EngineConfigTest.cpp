@@ -12,13 +12,12 @@
 
 namespace {
 
-using testfs::readFile;
 using testfs::lines;
+using testfs::readFile;
 using testfs::writeFile;
 
 const char kListFile[] = "/data/system/users/mirel_engine_list.xml";
 const char kSecureFsFile[] = "/data/system/users/secure_fs.xml";
-
 
 void writeEngineFile(int user, const std::string& xml) {
     std::string dir = "/data/system/users/" + std::to_string(user);
@@ -55,8 +54,9 @@ TEST_F(EngineConfig, UserAttributesAndTheirDefaults) {
     EXPECT_STREQ(bare->alias, "");
     EXPECT_EQ(liblog_count("[engine] user\n", "", ANDROID_LOG_ERROR), 1);
 
-    writeEngineFile(5, "<?xml version=\"1.0\"?><!-- c --><user alias=\"work\" id=\"5\" userid=\"150\" flags=\"6x\" "
-                       "version=\"junk\" isMigrating=\"true\"/>");
+    writeEngineFile(5,
+                    "<?xml version=\"1.0\"?><!-- c --><user alias=\"work\" id=\"5\" userid=\"150\" flags=\"6x\" "
+                    "version=\"junk\" isMigrating=\"true\"/>");
     Owned<engine> full(get_engine(5));
     ASSERT_TRUE(full);
     EXPECT_STREQ(full->alias, "work");
@@ -108,8 +108,9 @@ TEST_F(EngineConfig, MissingOrMalformedFilesFailWithTheirPath) {
 TEST_F(EngineConfig, ListLoadsEnginesInDocumentOrderAtAnyDepth) {
     writeUserEngine(20, "first");
     writeUserEngine(21, "second");
-    writeFile(kListFile, "<engines><a><engine alias=\"first\" id=\"20\"/></a><b><c><engine alias=\"second\" id=\"21\"/>"
-                         "</c></b></engines>");
+    writeFile(kListFile,
+              "<engines><a><engine alias=\"first\" id=\"20\"/></a><b><c><engine alias=\"second\" id=\"21\"/>"
+              "</c></b></engines>");
     Owned<engine_list> list(get_engines());
     ASSERT_TRUE(list);
     ASSERT_EQ(list->count, 2);
@@ -123,8 +124,9 @@ TEST_F(EngineConfig, ListLoadsEnginesInDocumentOrderAtAnyDepth) {
 }
 
 TEST_F(EngineConfig, ListKeepsOnlyEnginesWhoseFilesLoad) {
-    writeFile(kListFile, "<engines><engine alias=\"a\" id=\"30\"/><engine alias=\"b\" id=\"31\"/>"
-                         "<engine alias=\"no id\"/></engines>");
+    writeFile(kListFile,
+              "<engines><engine alias=\"a\" id=\"30\"/><engine alias=\"b\" id=\"31\"/>"
+              "<engine alias=\"no id\"/></engines>");
     EXPECT_EQ(get_engines(), nullptr);  // no per-user file exists
     writeUserEngine(31, "b");
     Owned<engine_list> list(get_engines());
@@ -182,8 +184,13 @@ TEST_F(EngineConfig, DumpLogsSevenLabelledLines) {
     e.flags = 2;
     e.isMigrating = 1;
     dump_engine("adding-chamber", &e);
-    const char* want[] = {"=========================", "alias : work", "id : 7", "userid : 150",
-                          "flags : 2", "version : 0", "isMigrating : 1"};
+    const char* want[] = {"=========================",
+                          "alias : work",
+                          "id : 7",
+                          "userid : 150",
+                          "flags : 2",
+                          "version : 0",
+                          "isMigrating : 1"};
     auto records = liblog_records();
     ASSERT_EQ(records.size(), 7u);
     for (size_t i = 0; i < 7; ++i) {

@@ -32,8 +32,7 @@ TEST_P(RefusedCaller, GetsPermissionDeniedAndTheCommandDoesNotRun) {
 
 INSTANTIATE_TEST_SUITE_P(Callers, RefusedCaller,
                          testing::Values(Refused{"other-name", kNotSystemServer},
-                                         Refused{"full-path", kNotSystemServer},
-                                         Refused{"suffix", kNotSystemServer},
+                                         Refused{"full-path", kNotSystemServer}, Refused{"suffix", kNotSystemServer},
                                          Refused{"self", kNotSystemServer},
                                          Refused{"not-zygote", kNotAndroidSystemServer},
                                          Refused{"zygote-not-root", kNotAndroidSystemServer}),
@@ -72,8 +71,7 @@ TEST_F(CallerCheck, APassedCallerIsRememberedUntilSystemServerRestarts) {
 
 TEST_F(CallerCheck, ARefusedCallerKeepsItsConnection) {
     auto r = pelkctl({"--caller", "suffix"}, "is_mounted 10\nreset_partition 1\n");
-    EXPECT_EQ((std::vector<std::string>{"281 1 failed Permission denied", "281 2 failed Permission denied"}),
-              r.lines);
+    EXPECT_EQ((std::vector<std::string>{"281 1 failed Permission denied", "281 2 failed Permission denied"}), r.lines);
     EXPECT_EQ(2u, pidsLogged(kNotSystemServer, ANDROID_LOG_ERROR).size());
 }
 

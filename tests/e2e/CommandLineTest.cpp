@@ -2,8 +2,8 @@
 // about them, over the real "pelk" socket.
 #include <sys/stat.h>
 
-#include <persona/persona.h>
 #include <devprofile/DeviceProfile.h>
+#include <persona/persona.h>
 
 #include "Daemon.h"
 
@@ -13,9 +13,7 @@ using e2e::pelkctl;
 
 class CommandLine : public e2e::DaemonTest {};
 
-int countLogged(const std::string& text, int priority) {
-    return liblog_count(text, "pelkd", priority, LOG_ID_SYSTEM);
-}
+int countLogged(const std::string& text, int priority) { return liblog_count(text, "pelkd", priority, LOG_ID_SYSTEM); }
 
 TEST_F(CommandLine, WrongWordCountsQuoteBothCounts) {
     // One line too short (or too long) for every command that counts its
@@ -148,13 +146,12 @@ TEST_F(CommandLine, SecretsNeverReachTheLog) {
     const std::string key = "S3cr3tK3yW0rdThatMustNotLeak";
     const std::string oldPw = "0ldPassw0rdValue";
     const std::string newPw = "N3wPassw0rdValue";
-    auto r = pelkctl({},
-                     "mount 10 " + key + " 1 1\n" + "mount 10 " + key + "\n" + "change_password 10 " + oldPw + " " +
-                         newPw + "\n" + "verify_password 10 " + oldPw + "\n" + "create_partition 10 " + key + "\n");
+    auto r = pelkctl({}, "mount 10 " + key + " 1 1\n" + "mount 10 " + key + "\n" + "change_password 10 " + oldPw + " " +
+                             newPw + "\n" + "verify_password 10 " + oldPw + "\n" + "create_partition 10 " + key + "\n");
     ASSERT_EQ(5u, r.lines.size());
-    auto ppm = pelkctl({"--socket", "ppm", "--caller", "self"},
-                       "mount_privatemode 0 /a /b " + key + "\nprivatemode_change_password 0 " + oldPw + " " + newPw +
-                           "\n");
+    auto ppm =
+        pelkctl({"--socket", "ppm", "--caller", "self"},
+                "mount_privatemode 0 /a /b " + key + "\nprivatemode_change_password 0 " + oldPw + " " + newPw + "\n");
     ASSERT_EQ(2u, ppm.lines.size());
     for (const std::string& secret : {key, oldPw, newPw}) {
         EXPECT_FALSE(liblog_any_contains(secret)) << secret;

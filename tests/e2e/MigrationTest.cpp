@@ -33,9 +33,7 @@ bool hasTable(const std::string& path) {
 class Migration : public e2e::DaemonTest {
 protected:
     Lines send(const std::string& lines) { return e2e::pelkctl({}, lines).lines; }
-    int loggedError(const std::string& text) {
-        return liblog_count(text, "pelkd", ANDROID_LOG_ERROR, LOG_ID_SYSTEM);
-    }
+    int loggedError(const std::string& text) { return liblog_count(text, "pelkd", ANDROID_LOG_ERROR, LOG_ID_SYSTEM); }
 };
 
 TEST_F(Migration, MirelDbStepsAnswerSuccessOrFailed) {
@@ -45,11 +43,14 @@ TEST_F(Migration, MirelDbStepsAnswerSuccessOrFailed) {
     EXPECT_EQ(1, loggedError("migration mirel_db error : -1"));
 
     EXPECT_EQ((Lines{"200 1 success", "200 2 success", "200 3 success"}),
-              send("migration 10 mirel_db set_sensitive_from_db1 " + db + " t a,b\n"
-                   "migration 11 mirel_db set_engine_id " + db + "\n"
-                   "migration 11 mirel_db set_engine_id " + db + "\n"));
-    EXPECT_EQ("engine_id=11\ntable=t;columns=a,b;olddbisdb1=true\n",
-              testfs::readFile(db + SQLITE_SDP_SIDE_SUFFIX));
+              send("migration 10 mirel_db set_sensitive_from_db1 " + db +
+                   " t a,b\n"
+                   "migration 11 mirel_db set_engine_id " +
+                   db +
+                   "\n"
+                   "migration 11 mirel_db set_engine_id " +
+                   db + "\n"));
+    EXPECT_EQ("engine_id=11\ntable=t;columns=a,b;olddbisdb1=true\n", testfs::readFile(db + SQLITE_SDP_SIDE_SUFFIX));
     EXPECT_EQ(1, loggedError("migrateEngineId : Already migrated..."));
 
     EXPECT_EQ((Lines{"281 1 failed"}),

@@ -14,8 +14,8 @@ using Lines = std::vector<std::string>;
 
 const char kKeyFile[] = "/data/system/users/privatemode_edk_0";
 const char kMediaLink[] = "/mnt/media_rw/Private";
-const char* const kMountPoints[] = {"/data/privatemode", "/mnt/runtime/default/Private",
-                                    "/mnt/runtime/read/Private", "/mnt/runtime/write/Private", kMediaLink};
+const char* const kMountPoints[] = {"/data/privatemode", "/mnt/runtime/default/Private", "/mnt/runtime/read/Private",
+                                    "/mnt/runtime/write/Private", kMediaLink};
 
 int mountedCount() {
     int n = 0;
@@ -51,9 +51,8 @@ TEST_F(PrivateModeCommands, TheFirstPasswordHoldsUntilItIsChanged) {
     EXPECT_EQ(1, liblog_count("Mount ERROR [/data/privatemode]", "pelkd", ANDROID_LOG_ERROR));
     EXPECT_EQ(0, mountedCount());
 
-    EXPECT_EQ((Lines{"281 1 failed", "200 2 success"}),
-              ppm("privatemode_change_password 0 not-the-pass second-pass\n"
-                  "privatemode_change_password 0 first-pass second-pass\n"));
+    EXPECT_EQ((Lines{"281 1 failed", "200 2 success"}), ppm("privatemode_change_password 0 not-the-pass second-pass\n"
+                                                            "privatemode_change_password 0 first-pass second-pass\n"));
     EXPECT_EQ(1, liblog_count("changePassword ERROR", "pelkd", ANDROID_LOG_ERROR));
     EXPECT_EQ(2, liblog_count("\n\nCMD > privatemode_change_password 0 \n", "pelkd"));
     EXPECT_EQ((Lines{"281 1 failed", "200 2 success"}),
@@ -63,12 +62,13 @@ TEST_F(PrivateModeCommands, TheFirstPasswordHoldsUntilItIsChanged) {
 }
 
 TEST_F(PrivateModeCommands, ServedToAnyCallerAndUnknownOnTheContainerSocket) {
-    EXPECT_EQ(Lines{"200 1 success"},
-              e2e::pelkctl({"--socket", "ppm", "--caller", "other-name", "mount_privatemode", "0", "a", "b", "pw"})
-                  .lines);
+    EXPECT_EQ(
+        Lines{"200 1 success"},
+        e2e::pelkctl({"--socket", "ppm", "--caller", "other-name", "mount_privatemode", "0", "a", "b", "pw"}).lines);
     EXPECT_EQ(Lines{"200 1 success"},
               e2e::pelkctl({"--socket", "ppm", "privatemode_change_password", "0", "pw", "new"}).lines);
-    for (const char* word : {"mount_privatemode 0 a b new", "unmount_privatemode 0 a", "privatemode_change_password 0 new x"})
+    for (const char* word :
+         {"mount_privatemode 0 a b new", "unmount_privatemode 0 a", "privatemode_change_password 0 new x"})
         EXPECT_EQ(Lines{"500 1 Command not recognized"}, e2e::pelkctl({}, std::string(word) + "\n").lines) << word;
     EXPECT_EQ(0, fips_verify_password(kKeyFile, "new"));
     EXPECT_EQ(5, mountedCount());

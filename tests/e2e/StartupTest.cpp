@@ -6,8 +6,8 @@
 
 #include <devprofile/DeviceProfile.h>
 
-#include "support/Mounts.h"
 #include "Daemon.h"
+#include "support/Mounts.h"
 
 namespace {
 

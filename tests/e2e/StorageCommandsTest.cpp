@@ -91,10 +91,11 @@ TEST_F(StorageCommands, KeysThatAreNotWholeAreRefusedAndNeverLogged) {
 }
 
 TEST_F(StorageCommands, TypesAndUsersOutsideTheTable) {
-    auto r = send("mount 10 " + keyText('k') + " 1 7\ncreate_partition -1 1\nremove_partition -3 1\n"
+    auto r = send("mount 10 " + keyText('k') +
+                  " 1 7\ncreate_partition -1 1\nremove_partition -3 1\n"
                   "create_partition 10 9\nremove_partition 10 9\nunmount 10 9\n");
-    EXPECT_EQ((std::vector<std::string>{"200 1 success", "281 2 userId failed", "281 3 userId failed",
-                                        "281 4 failed", "281 5 failed", "200 6 success"}),
+    EXPECT_EQ((std::vector<std::string>{"200 1 success", "281 2 userId failed", "281 3 userId failed", "281 4 failed",
+                                        "281 5 failed", "200 6 success"}),
               r);
     // Type 9 takes the device-wide areas down without saying so.
     EXPECT_EQ(0, liblog_count("unmounting device wide partitions"));
@@ -122,7 +123,6 @@ TEST_F(StorageCommands, AFailedCreateAnswersBeforeItCleansUp) {
     EXPECT_EQ((std::vector<std::string>{"281 1 failed"}), r);
     EXPECT_FALSE(testfs::exists(Partition(kUser, PARTITION_CE_DATA, nullptr, false).mSrcPath));
 }
-
 
 // A lower directory that already holds another key's check value refuses
 // the mount: the areas before it in the list are mounted, then undone or
@@ -158,8 +158,7 @@ TEST_F(StorageCommands, WordsThatAreNotNumbersAndRepeatedLines) {
     const std::string key = keyText('k');
     send("create_partition 10 1\ncreate_partition 10 3\n");
     // atoi reads "ten" as user 0 and "x" as type 0; huge numbers wrap as atoi does.
-    auto r = send("mount ten " + key + " 1 x\nunmount 10\ncreate_partition 99999999999 1\nmount 42 " + key +
-                  " 1 3\n");
+    auto r = send("mount ten " + key + " 1 x\nunmount 10\ncreate_partition 99999999999 1\nmount 42 " + key + " 1 3\n");
     ASSERT_EQ(4u, r.size());
     EXPECT_EQ("200 1 success", r[0]);  // type 0 mounts nothing
     EXPECT_EQ("501 2 given argc [2] != expected [3]", r[1]);
@@ -169,9 +168,9 @@ TEST_F(StorageCommands, WordsThatAreNotNumbersAndRepeatedLines) {
     // Mount and unmount lines interleaved and repeated end where the last one says.
     r = send("mount 10 " + key + " 1 3\nmount 10 " + key + " 1 3\nunmount 10 3\nunmount 10 3\nmount 10 " + key +
              " 1 3\n");
-    EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "200 3 success", "200 4 success",
-                                        "200 5 success"}),
-              r);
+    EXPECT_EQ(
+        (std::vector<std::string>{"200 1 success", "200 2 success", "200 3 success", "200 4 success", "200 5 success"}),
+        r);
     EXPECT_EQ(3, mountedCount(kUser, Partition::LIST_DE_STORAGE));
     send("unmount 10 3\n");
 }

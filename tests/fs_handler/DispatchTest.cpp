@@ -111,8 +111,8 @@ TEST_F(Dispatch, CloseAnswersZeroWithoutAnyAuditLine) {
     // Asked directly, 22 is an opcode the audit does not know.
     FsHandlerThread::handleNotifyAuditDLP(22, kUser, kPid, mInode, const_cast<char*>(kFile));
     EXPECT_EQ(logged("DLP_LIBPELK : AUDIT: unsupported DLP audit opcode: [22]\n", ANDROID_LOG_ERROR), 1);
-    EXPECT_EQ(logged("DLP_LIBPELK : <handleMessageAuditDLP> Audit logging is not enabled for opcode[22], logState[255]"),
-              1);
+    EXPECT_EQ(
+        logged("DLP_LIBPELK : <handleMessageAuditDLP> Audit logging is not enabled for opcode[22], logState[255]"), 1);
 }
 
 TEST_F(Dispatch, WhitelistedInitStoresTheExpiryAndRemembersAVanishedFile) {
@@ -128,11 +128,13 @@ TEST_F(Dispatch, WhitelistedInitStoresTheExpiryAndRemembersAVanishedFile) {
     fakes::library().dlpExpiryErrno = ENOENT;
     fakes::library().putPendingResult = false;
     EXPECT_EQ(found(23), 0);
-    EXPECT_EQ(logged("DLP_LIBPELK : setxattr(" + std::string(kFile) + ", setxattr error - 2, No such file or directory\n",
-                     ANDROID_LOG_ERROR),
-              1);
+    EXPECT_EQ(
+        logged("DLP_LIBPELK : setxattr(" + std::string(kFile) + ", setxattr error - 2, No such file or directory\n",
+               ANDROID_LOG_ERROR),
+        1);
     EXPECT_EQ(fakes::callsOf("putPendingInodeValue").size(), 1u);
-    EXPECT_EQ(logged("DLP_LIBPELK :  inode_path transition method failed! Unable to put in map!", ANDROID_LOG_ERROR), 1);
+    EXPECT_EQ(logged("DLP_LIBPELK :  inode_path transition method failed! Unable to put in map!", ANDROID_LOG_ERROR),
+              1);
 }
 
 TEST_F(Dispatch, InitWhoseFileIsNotFoundIsRememberedAsPending) {
@@ -145,14 +147,16 @@ TEST_F(Dispatch, InitWhoseFileIsNotFoundIsRememberedAsPending) {
     EXPECT_EQ(logged("DLP_LIBPELK :  inode_path transition handled successfully !", ANDROID_LOG_DEBUG), 1);
     fakes::library().putPendingResult = false;
     EXPECT_EQ(notFound(24), -2);
-    EXPECT_EQ(logged("DLP_LIBPELK :  inode_path transition method failed! Unable to put in map!", ANDROID_LOG_ERROR), 1);
+    EXPECT_EQ(logged("DLP_LIBPELK :  inode_path transition method failed! Unable to put in map!", ANDROID_LOG_ERROR),
+              1);
 }
 
 TEST_F(Dispatch, RestrictedInitOfAMissingFileIsRememberedAsPending) {
     fakes::library().setExpiryResult = 2;
     fakes::library().auditState = 1;
     EXPECT_EQ(found(24), 0);
-    EXPECT_EQ(fakes::callsOf("setExpiryforFile"), std::vector<std::string>{"setExpiryforFile 77 " + std::string(kFile) + " 10"});
+    EXPECT_EQ(fakes::callsOf("setExpiryforFile"),
+              std::vector<std::string>{"setExpiryforFile 77 " + std::string(kFile) + " 10"});
     EXPECT_EQ(logged("DLP_LIBPELK :  Error :: ENOENT from INIT_RESTRICTED", ANDROID_LOG_ERROR), 1);
     EXPECT_EQ(fakes::callsOf("putPendingInodeValue").size(), 1u);
     EXPECT_EQ(logged(auditLine(24)), 1);
@@ -178,15 +182,17 @@ TEST_F(Dispatch, RenameAppliesThePendingPidsExpiryOnlyWhenThereIsOne) {
 
     fakes::library().pidByInode = 9;
     EXPECT_EQ(found(26), 0);
-    EXPECT_EQ(fakes::callsOf("setExpiryforFile"), std::vector<std::string>{"setExpiryforFile 9 " + std::string(kFile) + " 10"});
+    EXPECT_EQ(fakes::callsOf("setExpiryforFile"),
+              std::vector<std::string>{"setExpiryforFile 9 " + std::string(kFile) + " 10"});
     EXPECT_EQ(fakes::callsOf("clearPendingInode").size(), 1u);
     EXPECT_EQ(logged("DLP_LIBPELK :  inode is cleared from map"), 1);
 
     fakes::reset();
     EXPECT_EQ(notFound(26), -2);
     EXPECT_TRUE(fakes::library().calls.empty());
-    EXPECT_EQ(logged("DLP_LIBPELK :  find_path_by_inode failed in rename case,inode[" + std::to_string(mInode) + "] in map"),
-              1);
+    EXPECT_EQ(
+        logged("DLP_LIBPELK :  find_path_by_inode failed in rename case,inode[" + std::to_string(mInode) + "] in map"),
+        1);
 }
 
 TEST_F(Dispatch, AuditOnlyOpcodesFollowTheirBits) {
@@ -201,8 +207,10 @@ TEST_F(Dispatch, AuditOpcodesLogThePathOrUnknownFile) {
     EXPECT_EQ(found(51), 0);
     EXPECT_EQ(found(52), 0);
     EXPECT_EQ(notFound(53), -2);
-    EXPECT_EQ(logged("AUDIT: user_id[10]/pid[77] failed to encrypt [" + std::string(kFile) + "]\n", ANDROID_LOG_ERROR), 1);
-    EXPECT_EQ(logged("AUDIT: user_id[10]/pid[77] failed to decrypt [" + std::string(kFile) + "]\n", ANDROID_LOG_ERROR), 1);
+    EXPECT_EQ(logged("AUDIT: user_id[10]/pid[77] failed to encrypt [" + std::string(kFile) + "]\n", ANDROID_LOG_ERROR),
+              1);
+    EXPECT_EQ(logged("AUDIT: user_id[10]/pid[77] failed to decrypt [" + std::string(kFile) + "]\n", ANDROID_LOG_ERROR),
+              1);
     EXPECT_EQ(logged("AUDIT: user_id[10]/pid[77] failed to access file [unknown file]\n", ANDROID_LOG_ERROR), 1);
 }
 

@@ -74,7 +74,8 @@ TEST_F(InodeSearch, StartingPointsThatAreMissingOrFiles) {
     char result[4096];
     ASSERT_TRUE(testfs::writeFile(file));
     EXPECT_FALSE(get_path_by_inode(missing, 1, result));
-    EXPECT_EQ(liblog_count("get_path_by_inode :: dir_path </data/none> is a dangling link\n", kTag, ANDROID_LOG_INFO), 1);
+    EXPECT_EQ(liblog_count("get_path_by_inode :: dir_path </data/none> is a dangling link\n", kTag, ANDROID_LOG_INFO),
+              1);
     EXPECT_FALSE(get_path_by_inode(file, 1, result));
     EXPECT_EQ(liblog_count("get_path_by_inode :: dir_path </data/file.txt> not a directory \n", kTag), 1);
     EXPECT_TRUE(get_path_by_inode(file, kernel::inodeOf(file), result));

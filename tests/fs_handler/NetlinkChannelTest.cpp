@@ -31,9 +31,9 @@ TEST(NetlinkChannel, RegistrationIsFortyBytesWithThePidAtTwelve) {
                            le32(static_cast<uint32_t>(getpid())) + std::string(24, '\0');
     EXPECT_EQ(registration.datagram, expected);
     EXPECT_EQ(registration.pid, getpid());
-    EXPECT_EQ(liblog_count("fs_handler setPid success pid = " + std::to_string(getpid()), "", ANDROID_LOG_INFO,
-                           LOG_ID_MAIN),
-              1);
+    EXPECT_EQ(
+        liblog_count("fs_handler setPid success pid = " + std::to_string(getpid()), "", ANDROID_LOG_INFO, LOG_ID_MAIN),
+        1);
 }
 
 TEST(NetlinkChannel, RequestInReplyOutByteForByte) {
@@ -82,7 +82,8 @@ TEST(NetlinkChannel, InterruptedSendsRepeatOtherFailuresAreProtocolErrors) {
     EXPECT_EQ(handler.send(ECRYPTFS_MSG_REPLY, reply, 8), -71);
     ASSERT_TRUE(devprofile::failNext("netlink28_register"));
     EXPECT_EQ(handler.setPid(), -71);
-    EXPECT_EQ(liblog_count("Could net set pid for events, error: Protocol error", "", ANDROID_LOG_ERROR, LOG_ID_MAIN), 1);
+    EXPECT_EQ(liblog_count("Could net set pid for events, error: Protocol error", "", ANDROID_LOG_ERROR, LOG_ID_MAIN),
+              1);
 }
 
 TEST(NetlinkChannel, WithoutSocketSendIsBadDescriptorSilentlyAndRecvIsZero) {

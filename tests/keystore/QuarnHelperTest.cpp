@@ -5,8 +5,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "support/KeyStoreFiles.h"
 #include "keystore/QuarnHelper.h"
+#include "support/KeyStoreFiles.h"
 
 using keytest::Bytes;
 
@@ -83,7 +83,8 @@ TEST_F(QuarnHelperTest, NoKeyAnywhereFailsWithoutTouchingOutput) {
 
 TEST_F(QuarnHelperTest, KeyFilesAreBoundToUserAndStoreVersion) {
     // User 153's key file wrapped under user 154's password.
-    keytest::writeWrappedBlob(4, "ecryptfsKey153", "154", keytest::makeBlob("ecryptfsKey153", keytest::randomBytes(32)));
+    keytest::writeWrappedBlob(4, "ecryptfsKey153", "154",
+                              keytest::makeBlob("ecryptfsKey153", keytest::randomBytes(32)));
     EXPECT_EQ(readKey(153, kQuarnKeyCe), -1);
     EXPECT_EQ(liblog_count("QUARN_ACCESS: Error fetching key, key_len = 0", kTag, ANDROID_LOG_ERROR), 1);
     EXPECT_EQ(out_[0], 0xAA);

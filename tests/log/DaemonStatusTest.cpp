@@ -5,9 +5,9 @@
 #include <regex>
 #include <string>
 
-#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
+#include "support/Files.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <future>
 #include <string>
 
-#include "support/Files.h"
-#include "log/PelkLog.h"
 #include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
+#include "log/PelkLog.h"
+#include "support/Files.h"
 
 namespace {
 

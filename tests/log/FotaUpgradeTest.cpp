@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
+#include "support/Files.h"
 
 namespace {
 

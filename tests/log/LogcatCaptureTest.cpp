@@ -7,10 +7,10 @@
 #include <future>
 #include <string>
 
-#include "support/Files.h"
+#include "base/UniqueFd.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
-#include "base/UniqueFd.h"
+#include "support/Files.h"
 
 namespace {
 
@@ -48,7 +48,8 @@ protected:
     // capture reaches its line limit.
     static void fillDeviceLog(int count) {
         std::string text;
-        for (int i = 0; i < count; ++i) text += "11-15 15:06:40.000   100   100 D filler  : line " + std::to_string(i) + "\n";
+        for (int i = 0; i < count; ++i)
+            text += "11-15 15:06:40.000   100   100 D filler  : line " + std::to_string(i) + "\n";
         pelk::UniqueFd fd(open("/sim/log/logcat", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
         ASSERT_EQ(write(fd.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
     }
@@ -80,8 +81,8 @@ TEST_F(LogcatCapture, NormalBootCapturesTheMountTableAndAtMost35000LogLines) {
     ASSERT_EQ(c.log.size(), 35000u);
     EXPECT_NE(c.log.back().find(": line 34999"), std::string::npos);
     EXPECT_FALSE(exists(kFotaCapture));
-    for (const char* line : {".... it's Normal booting\n", "PELK Premount is starting!!", "getlogcat END",
-                             "PELK Premount is success!!"})
+    for (const char* line :
+         {".... it's Normal booting\n", "PELK Premount is starting!!", "getlogcat END", "PELK Premount is success!!"})
         EXPECT_EQ(logged(line), 1) << line;
 }
 

@@ -36,8 +36,7 @@ inline int interceptUmount() {
     };
     sock_fprog program = {static_cast<unsigned short>(sizeof(code) / sizeof(code[0])), code};
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return -1;
-    return static_cast<int>(
-        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
+    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
 // The path a stopped umount2 call names, read from the caller's memory.
@@ -67,9 +66,9 @@ inline int runWithBusyKernel(const std::function<int()>& work, const std::functi
     int childListener = -1;
     if (child < 0 || read(readEnd.get(), &childListener, sizeof(childListener)) != sizeof(childListener)) return -1;
     pelk::UniqueFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-    pelk::UniqueFd listener(
-        pidfd.ok() && childListener >= 0 ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
-                                         : -1);
+    pelk::UniqueFd listener(pidfd.ok() && childListener >= 0
+                                ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
+                                : -1);
     if (!listener.ok()) {
         // Nobody could answer the child's calls: it would wait forever.
         kill(child, SIGKILL);

@@ -14,10 +14,10 @@
 #include <devprofile/DeviceProfile.h>
 #include <persona/persona.h>
 
-#include "support/Mounts.h"
-#include "support/KeyStoreFiles.h"
-#include "manager/Pelk.h"
 #include "SdcardRecords.h"
+#include "manager/Pelk.h"
+#include "support/KeyStoreFiles.h"
+#include "support/Mounts.h"
 
 namespace {
 
@@ -175,8 +175,8 @@ TEST_F(EncryptedMount, AnSdcardAreaGetsItsChamberAndViews) {
     auto runs = sim::sdcardRuns();
     ASSERT_EQ(1u, runs.size());
     EXPECT_EQ(0, runs[0].status);
-    for (const char* view : {"/mnt/zanth/default/emulated/10", "/mnt/zanth/read/emulated/10",
-                             "/mnt/zanth/write/emulated/10"}) {
+    for (const char* view :
+         {"/mnt/zanth/default/emulated/10", "/mnt/zanth/read/emulated/10", "/mnt/zanth/write/emulated/10"}) {
         EXPECT_EQ(1, isMountedPath(view)) << view;
     }
     auto calls = ecryptfs_calls();

@@ -7,8 +7,8 @@
 
 #include <devprofile/DeviceProfile.h>
 
-#include "support/Mounts.h"
 #include "manager/Pelk.h"
+#include "support/Mounts.h"
 
 namespace {
 
@@ -63,7 +63,7 @@ TEST_F(MountState, MountModeFollowsTheRootOfStorage) {
         const char* root;
         int mode;
     } cases[] = {
-        {"/runtime/default", 1}, {"/runtime/read", 2}, {"/runtime/write", 3},
+        {"/runtime/default", 1}, {"/runtime/read", 2},      {"/runtime/write", 3},
         {"/runtime/full", 0},    {"/runtime/default/x", 0}, {"", 0},
     };
     for (const Case& c : cases) {

@@ -18,8 +18,8 @@
 #include <persona/persona.h>
 
 #include "AppProcess.h"
-#include "support/Mounts.h"
 #include "manager/Pelk.h"
+#include "support/Mounts.h"
 
 namespace {
 
@@ -197,9 +197,9 @@ TEST_F(PrivateZanth, DetachesHereAndInEveryContainerProcessInTenPasses) {
     EXPECT_EQ(Roots{}, rootsAt(of11.pid(), kStorage));
     EXPECT_EQ(Roots{"/zanth/default/emulated/10"}, rootsAt(of0.pid(), kStorage)) << "user 0 is no container";
     for (const sim::AppProcess* p : {&of10, &of11}) {
-        EXPECT_EQ(1, liblog_count("Drive /storage/emulated/10 unmounted successfully for " + std::to_string(p->uid()) +
-                                      "\n",
-                                  "pelkd", ANDROID_LOG_INFO, LOG_ID_SYSTEM));
+        EXPECT_EQ(
+            1, liblog_count("Drive /storage/emulated/10 unmounted successfully for " + std::to_string(p->uid()) + "\n",
+                            "pelkd", ANDROID_LOG_INFO, LOG_ID_SYSTEM));
     }
     EXPECT_EQ(10, liblog_count("Failed to open namespace for " + zombie.pidText(), "pelkd", ANDROID_LOG_ERROR));
 }

@@ -12,17 +12,17 @@
 #include <string>
 #include <vector>
 
-#include "support/KeyStoreFiles.h"
 #include "log/PelkLog.h"
 #include "manager/Pelk.h"
 #include "support/Files.h"
+#include "support/KeyStoreFiles.h"
 
 using keytest::Bytes;
 
 namespace {
 
-using testfs::readFile;
 using testfs::lines;
+using testfs::readFile;
 using testfs::writeFile;
 
 const int kUser = 150;
@@ -112,9 +112,9 @@ TEST_F(PelkKeys, UnreadableEdekFailsWithoutTouchingOutput) {
     deKey(true);
     resetOutput();
     std::string cipher = readFile(kEdek).substr(5);
-    for (const std::string& bad : {std::string("0\0\0\0\0", 5) + cipher, std::string("abc\0\0", 5) + cipher,
-                                   std::string("200\0\0", 5) + cipher, std::string("-48\0\0", 5) + cipher,
-                                   std::string("48\0\0\0", 5) + cipher.substr(0, 20), std::string("48")}) {
+    for (const std::string& bad :
+         {std::string("0\0\0\0\0", 5) + cipher, std::string("abc\0\0", 5) + cipher, std::string("200\0\0", 5) + cipher,
+          std::string("-48\0\0", 5) + cipher, std::string("48\0\0\0", 5) + cipher.substr(0, 20), std::string("48")}) {
         std::ofstream(kEdek, std::ios::binary | std::ios::trunc) << bad;
         expectFailureUntouched(pelk_.getDEKeyFromEDEK(kUser, out(), false));
     }

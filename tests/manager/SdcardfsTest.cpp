@@ -14,10 +14,10 @@
 #include <devprofile/DeviceProfile.h>
 #include <persona/persona.h>
 
-#include "support/Mounts.h"
+#include "SdcardRecords.h"
 #include "base/UniqueFd.h"
 #include "manager/Pelk.h"
-#include "SdcardRecords.h"
+#include "support/Mounts.h"
 
 namespace {
 
@@ -84,7 +84,8 @@ TEST_F(Sdcardfs, OnlyTheSecureExecutionDeviceIsKeptFromTheProgram) {
 
     argvFor(0, PARTITION_PRIVATE_MODE);
     std::vector<std::string> inherited = sim::sdcardRuns()[0].inheritedFds;
-    EXPECT_NE(inherited.end(), std::find(inherited.begin(), inherited.end(), std::to_string(other.get()) + " /dev/null"));
+    EXPECT_NE(inherited.end(),
+              std::find(inherited.begin(), inherited.end(), std::to_string(other.get()) + " /dev/null"));
     for (const std::string& fd : inherited) EXPECT_EQ(std::string::npos, fd.find("qseecom")) << fd;
     EXPECT_EQ(FD_CLOEXEC, fcntl(first.get(), F_GETFD));
     EXPECT_EQ(FD_CLOEXEC, fcntl(second.get(), F_GETFD));

@@ -11,9 +11,9 @@
 
 #include <devprofile/DeviceProfile.h>
 
-#include "support/Mounts.h"
 #include "manager/Pelk.h"
 #include "support/Holders.h"
+#include "support/Mounts.h"
 
 namespace {
 

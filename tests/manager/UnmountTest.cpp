@@ -16,9 +16,9 @@
 #include <persona/persona.h>
 
 #include "BusyUnmounts.h"
-#include "support/Mounts.h"
 #include "manager/Pelk.h"
 #include "support/Holders.h"
+#include "support/Mounts.h"
 
 namespace {
 
@@ -43,12 +43,18 @@ std::string eventsFor(const std::string& path, pid_t holder) {
     std::string events;
     for (const LogRecord& r : liblog_records()) {
         const std::string& t = r.text;
-        if (t.rfind("Failed to unmount " + path + " (", 0) == 0) events += 'F';
-        else if (t.rfind("!@Process ", 0) == 0 && t.find(" (" + pid + ") has ") != std::string::npos) events += 'R';
-        else if (t == "Sending Hangup to process " + pid) events += 'H';
-        else if (t == "Sending Interrupt to process " + pid) events += 'I';
-        else if (t.rfind("Giving up on unmount " + path + " (", 0) == 0) events += 'G';
-        else if (t == path + " sucessfully unmounted") events += 'S';
+        if (t.rfind("Failed to unmount " + path + " (", 0) == 0)
+            events += 'F';
+        else if (t.rfind("!@Process ", 0) == 0 && t.find(" (" + pid + ") has ") != std::string::npos)
+            events += 'R';
+        else if (t == "Sending Hangup to process " + pid)
+            events += 'H';
+        else if (t == "Sending Interrupt to process " + pid)
+            events += 'I';
+        else if (t.rfind("Giving up on unmount " + path + " (", 0) == 0)
+            events += 'G';
+        else if (t == path + " sucessfully unmounted")
+            events += 'S';
     }
     return events;
 }
@@ -80,8 +86,8 @@ TEST_F(Unmount, HoldersThatIgnoreEverySignalMakeTheSeventhTryGiveUp) {
     // Report, report, report, hangup, interrupt, report: one round after
     // each of the six failed tries.
     EXPECT_EQ("FRFRFRFRHFRIFRG", eventsFor(kUpper, holder.pid()));
-    EXPECT_EQ(6, liblog_count("Failed to unmount /data/user/10 (Device or resource busy)", "pelkd",
-                              ANDROID_LOG_ERROR, LOG_ID_SYSTEM));
+    EXPECT_EQ(6, liblog_count("Failed to unmount /data/user/10 (Device or resource busy)", "pelkd", ANDROID_LOG_ERROR,
+                              LOG_ID_SYSTEM));
     EXPECT_EQ(1, liblog_count("Giving up on unmount /data/user/10 (Device or resource busy)", "pelkd",
                               ANDROID_LOG_ERROR, LOG_ID_SYSTEM));
     EXPECT_TRUE(holder.alive());

@@ -10,10 +10,10 @@
 
 #include <string>
 
-#include "support/Files.h"
 #include "config/EngineConfig.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
+#include "support/Files.h"
 
 using namespace testfs;
 

@@ -11,8 +11,8 @@
 #include <fstream>
 #include <string>
 
-#include "support/Files.h"
 #include "partition/Partition.h"
+#include "support/Files.h"
 
 using namespace testfs;
 

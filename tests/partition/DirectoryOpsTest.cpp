@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
+#include "support/Files.h"
 
 using namespace testfs;
 
@@ -76,9 +76,9 @@ TEST(PartitionRemove, AFailureOnTheMountPathIsReportedUnderTheSourcePath) {
     makeDirs(src);  // the mount path is missing
     EXPECT_EQ(p.remove(), -1);
     EXPECT_FALSE(exists(src));
-    EXPECT_EQ(liblog_count("remove directory " + src + " failed : 2(No such file or directory)", "pelkd",
-                           ANDROID_LOG_ERROR),
-              1);
+    EXPECT_EQ(
+        liblog_count("remove directory " + src + " failed : 2(No such file or directory)", "pelkd", ANDROID_LOG_ERROR),
+        1);
 }
 
 TEST(PartitionClear, AKeptEntryIsNeitherEnteredNorDeletedAndTheDirectoryStays) {
@@ -168,12 +168,14 @@ TEST(PartitionRemoveFile, RetriesKillTheHoldersThenGiveUpWithBusy) {
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
 
     const std::string err = strerror(EISDIR);
-    EXPECT_EQ(liblog_count("Failed REMOVE " + dir + " (" + err + ", retries 2, action 1)", "pelkd", ANDROID_LOG_WARN), 1);
-    EXPECT_EQ(liblog_count("Failed REMOVE " + dir + " (" + err + ", retries 1, action 2)", "pelkd", ANDROID_LOG_WARN), 1);
-    EXPECT_EQ(liblog_count("Failed REMOVE " + dir + " (" + err + ", retries 0, action 0)", "pelkd", ANDROID_LOG_WARN), 1);
-    EXPECT_EQ(liblog_count("Kill processes opening and [" + dir + "]", "pelkd", ANDROID_LOG_INFO), 3);
-    EXPECT_EQ(liblog_count("Giving up on remove " + dir + " (" + strerror(EBUSY) + ")", "pelkd", ANDROID_LOG_ERROR),
+    EXPECT_EQ(liblog_count("Failed REMOVE " + dir + " (" + err + ", retries 2, action 1)", "pelkd", ANDROID_LOG_WARN),
               1);
+    EXPECT_EQ(liblog_count("Failed REMOVE " + dir + " (" + err + ", retries 1, action 2)", "pelkd", ANDROID_LOG_WARN),
+              1);
+    EXPECT_EQ(liblog_count("Failed REMOVE " + dir + " (" + err + ", retries 0, action 0)", "pelkd", ANDROID_LOG_WARN),
+              1);
+    EXPECT_EQ(liblog_count("Kill processes opening and [" + dir + "]", "pelkd", ANDROID_LOG_INFO), 3);
+    EXPECT_EQ(liblog_count("Giving up on remove " + dir + " (" + strerror(EBUSY) + ")", "pelkd", ANDROID_LOG_ERROR), 1);
     EXPECT_EQ(liblog_count("Sending SIGHUP to process " + std::to_string(holder), "ProcessKiller"), 1);
 }
 

@@ -11,10 +11,10 @@
 #include <set>
 #include <string>
 
-#include "support/Files.h"
 #include "config/EngineConfig.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
+#include "support/Files.h"
 
 using namespace testfs;
 
@@ -105,9 +105,9 @@ TEST_F(EmptyPath, ChambersAreNeitherMadeNorRegisteredNorRemoved) {
     EXPECT_FALSE(exists("/Chamber.9"));
 
     unknown_.removeEngineChamber(7);
-    EXPECT_EQ(liblog_count(std::string("Couldn't opendir : ") + kNoSuchFile + "\n", "pelkd", ANDROID_LOG_ERROR,
-                           LOG_ID_MAIN),
-              1);
+    EXPECT_EQ(
+        liblog_count(std::string("Couldn't opendir : ") + kNoSuchFile + "\n", "pelkd", ANDROID_LOG_ERROR, LOG_ID_MAIN),
+        1);
     EXPECT_FALSE(unknown_.makeZanthChamberDirectory());
     EXPECT_FALSE(unknown_.removeZanthChamberDirectory());
 }

@@ -7,9 +7,9 @@
 
 #include <string>
 
-#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
+#include "support/Files.h"
 
 using namespace testfs;
 

@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <string>
 
-#include "support/Files.h"
 #include "devprofile/DeviceProfile.h"
 #include "partition/Partition.h"
+#include "support/Files.h"
 
 using namespace testfs;
 
@@ -59,9 +59,10 @@ TEST_F(SyncPkgDir, NewPackagesGetTheAppUidOfTheTargetUserAndTheSourceMode) {
     auto calls = chamber_category_calls();
     ASSERT_EQ(calls.size(), 2u);
     for (const auto& c : calls) EXPECT_EQ(c.userId, 150);
-    EXPECT_EQ(liblog_count("Creating pkg directory " + dst_ + "/com.example.app [uid:15010057/gid:15010057] appId:10057",
-                           "pelkd", ANDROID_LOG_INFO),
-              1);
+    EXPECT_EQ(
+        liblog_count("Creating pkg directory " + dst_ + "/com.example.app [uid:15010057/gid:15010057] appId:10057",
+                     "pelkd", ANDROID_LOG_INFO),
+        1);
     EXPECT_EQ(liblog_count(" Ignoring files " + src_ + "/notes.txt ==> " + dst_ + "/notes.txt (0,-1) ", "pelkd"), 1);
 }
 

@@ -56,8 +56,7 @@ void expectArea(const Partition& p, const Expected& e, int user = 150) {
 std::vector<std::string> systemDebugLines() {
     std::vector<std::string> lines;
     for (const LogRecord& r : liblog_records())
-        if (r.buffer == LOG_ID_SYSTEM && r.priority == ANDROID_LOG_DEBUG && r.tag == "pelkd")
-            lines.push_back(r.text);
+        if (r.buffer == LOG_ID_SYSTEM && r.priority == ANDROID_LOG_DEBUG && r.tag == "pelkd") lines.push_back(r.text);
     return lines;
 }
 

@@ -16,8 +16,8 @@
 
 namespace {
 
-using testfs::readFile;
 using testfs::lines;
+using testfs::readFile;
 using testfs::writeFile;
 
 const char kEdk[] = "/data/system/users/zanth_edk_150";

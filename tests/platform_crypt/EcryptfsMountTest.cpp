@@ -168,8 +168,9 @@ TEST_F(EcryptfsMount, LowerAndUpperMayBeTheSameDirectory) {
     EXPECT_EQ(isMountedPath(dir), 1);
     EXPECT_EQ(readFile(std::string(dir) + "/before"), "b");
     std::string line = mountsLine("/proc/mounts", dir);
-    EXPECT_EQ(line, std::string(dir) + " " + dir + " ecryptfs rw,relatime,ecryptfs_cipher=aes,ecryptfs_key_bytes=32,"
-                                                   "userid=150,partition_id=2 0 0");
+    EXPECT_EQ(line, std::string(dir) + " " + dir +
+                        " ecryptfs rw,relatime,ecryptfs_cipher=aes,ecryptfs_key_bytes=32,"
+                        "userid=150,partition_id=2 0 0");
     ASSERT_EQ(umount2(dir, MNT_DETACH), 0);
     Key other(4);
     EXPECT_EQ(mount_ecryptfs(other.bytes, dir, dir, 2, 0, 1, 150, 'f'), -1);

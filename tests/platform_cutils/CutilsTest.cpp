@@ -41,7 +41,7 @@ TEST(PropertyGet, AnArmedFailureBehavesAsUnset) {
 
 namespace {
 struct stat statOf(const char* path) {
-    struct stat st{};
+    struct stat st {};
     lstat(path, &st);
     return st;
 }

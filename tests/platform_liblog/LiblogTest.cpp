@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -23,8 +23,8 @@
 
 namespace {
 
-using testfs::readFile;
 using testfs::lines;
+using testfs::readFile;
 using testfs::writeFile;
 
 // Runs body in a child and answers its exit status.

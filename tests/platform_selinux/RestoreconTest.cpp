@@ -15,8 +15,8 @@ TEST(Restorecon, CallsOfAnotherProcessAreRecordedInOrder) {
     pid_t child = fork();
     if (child == 0) {
         int a = selinux_android_restorecon_internal("/data/media/150", 150, 0x90);
-        int b = selinux_android_restorecon_internal("/data/media/150/odd\nname", 150,
-                                                    SELINUX_ANDROID_RESTORECON_RECURSE);
+        int b =
+            selinux_android_restorecon_internal("/data/media/150/odd\nname", 150, SELINUX_ANDROID_RESTORECON_RECURSE);
         _exit(a == 0 && b == 0 ? 0 : 1);
     }
     int status = 0;

@@ -65,10 +65,11 @@ TEST(SensitivePragmas, ADbBecomesSensitiveOnlyByDeclaringColumns) {
                                "olddbisdb1=true;\")"));
     EXPECT_EQ(Rows{}, db.query("pragma mirel_set_engine_id(\"engine_id=-4\")"));
     EXPECT_EQ(Rows{"-4"}, db.query("pragma mirel_get_engine_id"));
-    EXPECT_EQ("engine_id=-4\n"
-              "table=notes;columns=body;olddbisdb1=\n"
-              "table=notes;columns=title,body;olddbisdb1=true\n",
-              testfs::readFile(kSide));
+    EXPECT_EQ(
+        "engine_id=-4\n"
+        "table=notes;columns=body;olddbisdb1=\n"
+        "table=notes;columns=title,body;olddbisdb1=true\n",
+        testfs::readFile(kSide));
 
     // A second connection sees the same; SQLite's own pragmas still work.
     Connection again(kDb);

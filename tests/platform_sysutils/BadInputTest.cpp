@@ -79,8 +79,8 @@ TEST_F(BadInput, UnclosedQuoteIsRefused) {
 TEST_F(BadInput, NonNumericSequenceNumberIsRefusedWithZero) {
     TestListener& listener = start();
     TestClient client;
-    for (const char* line : {"abc echo x", "-1 echo", "+1 echo", "1a echo", "99999999999 echo",
-                             "echo 1", "\"2 echo\""}) {
+    for (const char* line :
+         {"abc echo x", "-1 echo", "+1 echo", "1a echo", "99999999999 echo", "echo 1", "\"2 echo\""}) {
         EXPECT_EQ(client.ask(line), "500 0 Invalid sequence number") << line;
     }
     EXPECT_EQ(client.ask("8 echo ok"), "200 8 [echo][ok]");

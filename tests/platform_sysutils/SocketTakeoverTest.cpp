@@ -9,8 +9,8 @@
 
 #include <set>
 
-#include "base/UniqueHandle.h"
 #include "SysutilsFixture.h"
+#include "base/UniqueHandle.h"
 
 using namespace sysutils_test;
 
@@ -41,9 +41,7 @@ pelk::UniqueFd boundSocket(const char* path) {
 
 class EnvSocket {
 public:
-    EnvSocket(const char* name, const std::string& value) : mName(name) {
-        setenv(mName.c_str(), value.c_str(), 1);
-    }
+    EnvSocket(const char* name, const std::string& value) : mName(name) { setenv(mName.c_str(), value.c_str(), 1); }
     ~EnvSocket() { unsetenv(mName.c_str()); }
 
 private:

@@ -54,13 +54,12 @@ class TestListener : public FrameworkListener {
 public:
     TestListener(const char* name, bool withSeq) : FrameworkListener(name, withSeq) {
         // Replies 200 with its words in brackets.
-        add("echo", [](SocketClient* c, int argc, char** argv) {
-            c->sendMsg(200, bracketWords(argc, argv).c_str(), false);
-        });
+        add("echo",
+            [](SocketClient* c, int argc, char** argv) { c->sendMsg(200, bracketWords(argc, argv).c_str(), false); });
         // Replies 200 with the caller's "pid uid gid".
         add("whoami", [](SocketClient* c, int, char**) {
-            std::string text = std::to_string(c->getPid()) + " " + std::to_string(c->getUid()) +
-                               " " + std::to_string(c->getGid());
+            std::string text =
+                std::to_string(c->getPid()) + " " + std::to_string(c->getUid()) + " " + std::to_string(c->getGid());
             c->sendMsg(200, text.c_str(), false);
         });
         // Replies 200 "done" after argv[1] ms: still running when its client goes.

@@ -49,8 +49,7 @@ TEST_F(WireFormat, LinesEndWithNewlineOrNulAndMayArriveTogetherOrInPieces) {
 TEST_F(WireFormat, QuotesAndBackslashesReachArgvExactly) {
     start();
     TestClient client;
-    EXPECT_EQ(client.ask(R"(1 echo "a b" c\"d e\\f \q "" x"y z"w)"),
-              R"(200 1 [echo][a b][c"d][e\f][q][][xy zw])");
+    EXPECT_EQ(client.ask(R"(1 echo "a b" c\"d e\\f \q "" x"y z"w)"), R"(200 1 [echo][a b][c"d][e\f][q][][xy zw])");
     // Escapes inside quotes, blanks and tabs between words, a lone
     // backslash at the end of the line.
     EXPECT_EQ(client.ask("2 echo \"in \\\"side\\\"\"\t  tab  \\"), "200 2 [echo][in \"side\"][tab][\\]");

@@ -73,9 +73,9 @@ TEST(ProcessIdentity, GetProcCommand) {
     liblog_clear();
     char none[256] = {0};
     EXPECT_EQ(-1, getProcCommand(999999, none));
-    EXPECT_EQ(1, liblog_count("Failed to open file /proc/999999/cmdline for reading : " +
-                                  std::string(strerror(ENOENT)) + "\n",
-                              "pelkd", ANDROID_LOG_ERROR, LOG_ID_MAIN));
+    EXPECT_EQ(1, liblog_count(
+                     "Failed to open file /proc/999999/cmdline for reading : " + std::string(strerror(ENOENT)) + "\n",
+                     "pelkd", ANDROID_LOG_ERROR, LOG_ID_MAIN));
 }
 
 }  // namespace

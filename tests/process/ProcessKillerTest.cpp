@@ -17,10 +17,10 @@
 #include <string>
 #include <vector>
 
-#include "support/Holders.h"
 #include "Sandbox.h"
 #include "devprofile/DeviceProfile.h"
 #include "process/ProcessKiller.h"
+#include "support/Holders.h"
 
 using holders::Holder;
 
@@ -108,7 +108,8 @@ TEST_F(ProcessKillerTest, EachKindOfHoldIsFoundAndNamed) {
     // newline) does not match but the exe link does.
     liblog_clear();
     ProcessKiller::KillProcessesWithOpenFilesViaReverse(tool.c_str(), 0);
-    EXPECT_EQ(holderLines(), std::vector<std::string>{line("!@", "tool", byExe.pid(), "executable path within " + tool)});
+    EXPECT_EQ(holderLines(),
+              std::vector<std::string>{line("!@", "tool", byExe.pid(), "executable path within " + tool)});
     // Reporting only: nobody was signalled.
     for (const Holder* h : {&byFd, &byMap, &byCwd, &byRoot, &byExe}) EXPECT_TRUE(h->alive());
 }
@@ -142,17 +143,16 @@ TEST_F(ProcessKillerTest, ForwardActionsSendTermAndKillButLogHangup) {
     liblog_clear();
     ProcessKiller::killProcessesWithOpenFiles(dir.c_str(), 1);
     EXPECT_EQ(term.reap(), SIGTERM);
-    EXPECT_EQ(liblog_count("Sending SIGHUP to process " + std::to_string(term.pid()), "ProcessKiller",
-                           ANDROID_LOG_WARN),
-              1);
+    EXPECT_EQ(
+        liblog_count("Sending SIGHUP to process " + std::to_string(term.pid()), "ProcessKiller", ANDROID_LOG_WARN), 1);
 
     Holder killed([&] { return signal(SIGTERM, SIG_IGN) != SIG_ERR && open(under("10/file").c_str(), O_RDONLY) >= 0; });
     ASSERT_TRUE(killed.ready());
     ProcessKiller::killProcessesWithOpenFiles(dir.c_str(), 2);
     EXPECT_EQ(killed.reap(), SIGKILL);
-    EXPECT_EQ(liblog_count("Sending SIGKILL to process " + std::to_string(killed.pid()), "ProcessKiller",
-                           ANDROID_LOG_ERROR),
-              1);
+    EXPECT_EQ(
+        liblog_count("Sending SIGKILL to process " + std::to_string(killed.pid()), "ProcessKiller", ANDROID_LOG_ERROR),
+        1);
 }
 
 TEST_F(ProcessKillerTest, ReverseWalkSendsTheRawNumberAndVisitsNamesLastFirst) {

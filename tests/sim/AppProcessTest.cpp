@@ -143,8 +143,8 @@ TEST(AppProcess, AFailedStartSaysWhy) {
 }
 
 TEST(AppProcess, TheProgramStartsADetachedApp) {
-    FILE* out = popen("zygote-sim --user 10 --app 10061 --view read --name com.example.app --detach -- sleep 1000",
-                      "r");
+    FILE* out =
+        popen("zygote-sim --user 10 --app 10061 --view read --name com.example.app --detach -- sleep 1000", "r");
     ASSERT_NE(out, nullptr);
     int pid = 0;
     EXPECT_EQ(fscanf(out, "%d", &pid), 1);

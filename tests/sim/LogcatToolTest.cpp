@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "base/UniqueFd.h"
 #include "base/Secret.h"
+#include "base/UniqueFd.h"
 
 namespace {
 

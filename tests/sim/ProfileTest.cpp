@@ -64,7 +64,7 @@ TEST(Profile, ConcurrentWritersLoseNothing) {
 TEST(Profile, TimeScaleShrinksTheEngineSleeps) {
     ASSERT_TRUE(devprofile::set("time.scale", "0.001"));
     auto start = Clock::now();
-    sleep(30);           // 30 ms at this scale
+    sleep(30);            // 30 ms at this scale
     usleep(5 * 1000000);  // 5 ms
     auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
     EXPECT_GE(took, 35);

@@ -9,8 +9,8 @@
 
 #include "Sandbox.h"
 #include "config/EngineConfig.h"
-#include "support/KeyStoreFiles.h"
 #include "keystore/QuarnHelper.h"
+#include "support/KeyStoreFiles.h"
 
 namespace {
 

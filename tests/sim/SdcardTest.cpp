@@ -124,8 +124,8 @@ TEST(Sdcard, PrivateModeViewsUnderTheRuntimeTree) {
     ASSERT_TRUE(makeDir("/data/privatemode", 0771, 1000, 1000));
     Outcome out = runSdcard({"-u", "1000", "-g", "1000", "-w", "-r", "/data/privatemode", "Private"});
     EXPECT_EQ(out.status, 0) << out.errors;
-    for (const char* view : {"/mnt/runtime/default/Private", "/mnt/runtime/read/Private",
-                             "/mnt/runtime/write/Private"}) {
+    for (const char* view :
+         {"/mnt/runtime/default/Private", "/mnt/runtime/read/Private", "/mnt/runtime/write/Private"}) {
         EXPECT_EQ(isMountedPath(view), 1) << view;
         EXPECT_EQ(statOf(view).st_uid, 1000u) << view;
     }
@@ -133,8 +133,8 @@ TEST(Sdcard, PrivateModeViewsUnderTheRuntimeTree) {
 
 TEST(Sdcard, SecureFsMediaHasOneViewAtItsLastArgument) {
     ASSERT_TRUE(makeDir("/data/zanth/secure_fs/enc_media", 0771, 1000, 1000));
-    Outcome out = runSdcard({"-u", "1000", "-g", "1000", "-m", "-s", "-r", "/data/zanth/secure_fs/enc_media",
-                             "/mnt/shell/enc_emulated"});
+    Outcome out = runSdcard(
+        {"-u", "1000", "-g", "1000", "-m", "-s", "-r", "/data/zanth/secure_fs/enc_media", "/mnt/shell/enc_emulated"});
     EXPECT_EQ(out.status, 0) << out.errors;
     EXPECT_EQ(isMountedPath("/mnt/shell/enc_emulated"), 1);
     EXPECT_EQ(statOf("/mnt/shell/enc_emulated").st_gid, 1000u);

@@ -5,8 +5,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,9 +16,9 @@
 
 #include <persona/persona.h>
 
+#include "base/UniqueFd.h"
 #include "partition/Partition.h"
 #include "support/Files.h"
-#include "base/UniqueFd.h"
 
 namespace mounts {
 

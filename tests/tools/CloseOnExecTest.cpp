@@ -3,8 +3,8 @@
 #include <log/log.h>
 #include <log/log_records.h>
 
-#include "tools/CloseOnExec.h"
 #include "base/UniqueFd.h"
+#include "tools/CloseOnExec.h"
 
 namespace {
 

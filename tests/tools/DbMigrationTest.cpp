@@ -119,8 +119,9 @@ TEST(DbMigration, AFileThatIsNotSqliteIsLeftAsItWas) {
     const std::string text = "plain text, not a database; long enough to have a header\n";
     ASSERT_TRUE(testfs::writeFile(kDb, text));
     EXPECT_EQ(-1, migrate(10, "set_sensitive_from_db1", {kDb, "t", "a"}));
-    EXPECT_TRUE(liblog_any_contains("Can't execute migrate db1 to db2 statement (pragma set_sensitive_columns "
-                                    "(\"table=t;columns=a;engine_id=10;olddbisdb1=true;\");) database: "));
+    EXPECT_TRUE(
+        liblog_any_contains("Can't execute migrate db1 to db2 statement (pragma set_sensitive_columns "
+                            "(\"table=t;columns=a;engine_id=10;olddbisdb1=true;\");) database: "));
     EXPECT_EQ(-1, migrate(10, "set_engine_id", {kDb}));
     EXPECT_EQ(text, testfs::readFile(kDb));
     EXPECT_FALSE(testfs::exists(kSide));

@@ -78,8 +78,8 @@ TEST(MakeDir, PlainMkdirStopsAtTheFirstFailure) {
     EXPECT_EQ(-1, mkdirWords({kRoot + "/three", kRoot + "/one", kRoot + "/four"}));
     EXPECT_TRUE(testfs::exists(kRoot + "/three"));
     EXPECT_FALSE(testfs::exists(kRoot + "/four"));
-    EXPECT_EQ(1, liblog_count("mkdir failed for " + kRoot + "/one, File exists\n", "pelkd", ANDROID_LOG_DEBUG,
-                              LOG_ID_MAIN));
+    EXPECT_EQ(
+        1, liblog_count("mkdir failed for " + kRoot + "/one, File exists\n", "pelkd", ANDROID_LOG_DEBUG, LOG_ID_MAIN));
 }
 
 TEST(MakeDir, UsageGoesToStandardError) {
@@ -87,8 +87,7 @@ TEST(MakeDir, UsageGoesToStandardError) {
         "mkdir [OPTION] <target>\n"
         "    --help           display usage and exit\n"
         "    -p, --parents    create parent directories as needed\n";
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{}, {"--help"}, {"-p"}, {"--parents"}}) {
+    for (const std::vector<std::string>& words : {std::vector<std::string>{}, {"--help"}, {"-p"}, {"--parents"}}) {
         testing::internal::CaptureStderr();
         EXPECT_EQ(-1, mkdirWords(words));
         EXPECT_EQ(usage, testing::internal::GetCapturedStderr());

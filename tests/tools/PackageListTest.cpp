@@ -12,10 +12,11 @@ void writeList(const std::string& text) { std::ofstream("/data/system/packages.l
 }  // namespace
 
 TEST(PackageList, MatchesTheWholeFirstFieldOnly) {
-    writeList("com.example.mail 10040 0 /data/user/0/com.example.mail default 3003\n"
-              "alpha.beta.app 10057 0 /data/user/0/alpha.beta.app\n"
-              "tabbed.app\t10060\n"
-              "last.line.app");
+    writeList(
+        "com.example.mail 10040 0 /data/user/0/com.example.mail default 3003\n"
+        "alpha.beta.app 10057 0 /data/user/0/alpha.beta.app\n"
+        "tabbed.app\t10060\n"
+        "last.line.app");
     EXPECT_EQ(is_valid_package("alpha.beta.app"), 1);
     EXPECT_EQ(is_valid_package("com.example.mail"), 1);
     EXPECT_EQ(is_valid_package("tabbed.app"), 1);

@@ -40,8 +40,10 @@ TEST(Remove, RecursiveStopsAfterEachFileSoATreeTakesOneCallPerFile) {
     while (testfs::exists(tree) && calls < 10) {
         int result = rmWords({"-R", tree});
         ++calls;
-        if (testfs::exists(tree)) EXPECT_LT(result, 0);
-        else EXPECT_EQ(0, result);
+        if (testfs::exists(tree))
+            EXPECT_LT(result, 0);
+        else
+            EXPECT_EQ(0, result);
     }
     EXPECT_EQ(5, calls);  // four files, then the directories alone
 

@@ -19,12 +19,12 @@ int isOdeInProgress(void);
 int install_ecryptfs_keyring(void);
 // Mounts eCryptfs over lower at upper with a raw key; mode comes from the
 // partition type, reserved is 0, flag is the partition's flag. 0 on success.
-int mount_ecryptfs(const char* key, const char* lower, const char* upper, int mode, int reserved, int flag,
-                   int userId, int type);
+int mount_ecryptfs(const char* key, const char* lower, const char* upper, int mode, int reserved, int flag, int userId,
+                   int type);
 // The same with a password that unwraps the user's stored key (keyIndex is
 // -1); 0 on success.
-int mount_ecryptfs_withpwd(const char* password, const char* lower, const char* upper, int mode, int reserved,
-                           int flag, int userId, int keyIndex, int type);
+int mount_ecryptfs_withpwd(const char* password, const char* lower, const char* upper, int mode, int reserved, int flag,
+                           int userId, int keyIndex, int type);
 
 // ---- password-wrapped key files (EDK) ----
 // Creates a key file wrapped by password; 0 on success.

@@ -33,8 +33,8 @@ public:
     // `size`: dst then has that size and src's mode and owner; 0 while the
     // copy is not complete. -EINVAL for a negative number, a range past
     // `size` or past the end of src, or dst being src.
-    int copyChunk(const char* src, int srcId, const char* dst, int dstId, long long offset, long length,
-                  long long size, int flag);
+    int copyChunk(const char* src, int srcId, const char* dst, int dstId, long long offset, long length, long long size,
+                  int flag);
     // Removes the partial regular file dst of a chunked copy. 0 also when
     // there is none; -EINVAL for a negative size or a dst of another kind.
     int copyCancel(const char* dst, long long size);

@@ -36,8 +36,8 @@
 #include <mutex>
 #include <vector>
 
-#include "base/UniqueFd.h"
 #include <sysutils/SocketClient.h>
+#include "base/UniqueFd.h"
 
 class SocketListener {
 public:

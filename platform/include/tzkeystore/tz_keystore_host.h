@@ -16,8 +16,8 @@ int TZ_KEYSTORE_host_make_blob(const char* keyName, const unsigned char* key, in
 // Wraps a blob into key file bytes for store `version` (3 or 4), bound to the
 // password: only the same version's unwrap with the same password opens it.
 // Answers the file's length (the blob plus 32 bytes), or -1.
-int TZ_KEYSTORE_host_wrap(int version, const char* password, int passwordLen, const unsigned char* blob,
-                          int blobLen, unsigned char* out, int outSize);
+int TZ_KEYSTORE_host_wrap(int version, const char* password, int passwordLen, const unsigned char* blob, int blobLen,
+                          unsigned char* out, int outSize);
 
 #ifdef __cplusplus
 }
