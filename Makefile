@@ -33,7 +33,10 @@ test: deps
 	cmake --build $(ASAN) -j $(JOBS) -- --no-print-directory
 	cd $(ASAN) && ctest --output-on-failure -j 2
 
+# Every run boots a fresh device: the session creates its container, keys
+# and private-mode password from nothing.
 run: build
+	rm -rf $(BUILD)/state
 	mkdir -p $(BUILD)/state
 	$(BUILD)/sim/pelk-device --state $(BUILD)/state -- /bin/bash $(CURDIR)/sim/demo.sh
 

@@ -143,6 +143,6 @@ cat <<'EOF'
      zygote-sim --user 0 -- ls /storage/emulated   an app's view of the storage
      logcat -d -s pelkd                         the daemon's log
      pelk-profile show                          the device profile
-   'exit' leaves the device; everything made in it but /data goes with it.
+   'exit' leaves the device; the next `make run` boots a fresh one.
 EOF
 if [[ -t 0 ]]; then exec /bin/bash --norc -i; fi
