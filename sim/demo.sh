@@ -22,7 +22,7 @@ send() {
     printf '   sent: %s%s\n' "$shown" "${opts[*]:+   (pelkctl ${opts[*]})}"
     pelkctl "${opts[@]}" "$@" | sed 's/^/   back: /'
 }
-log_lines() { logcat -d -s "$1" | grep -E "$2" | tail -n "${3:-20}" | sed 's/^/   log:  /'; }
+log_lines() { logcat -d -s $1 | grep -E "$2" | tail -n "${3:-20}" | sed "s/^/   log:  /"; }  # $1: filter specs, split on blanks
 mounted() { grep -E " ($1)[ /]" /proc/mounts | awk '{print "   mounted: " $2}'; }
 start_daemon() {
     pelkd &
@@ -83,18 +83,28 @@ nsenter -t "$VIEWER" -m setpriv --reuid=10123 --regid=10123 --groups=1015,1023,9
 echo "   the same bytes in the container's sdcard area: $(cat /data/zanth/sdcard/10/note.txt 2>/dev/null)"
 
 say "an app of the container keeps a file open in its CE data area; unmount CE and DE while it holds it"
+# This host's kernel detaches even a busy mount at once, so the daemon would
+# never see the failed tries it answers with the process killer. For this
+# step pelkd runs under busy-kernel, which refuses its unmount of
+# /data/user/10 while any process holds a file there.
+kill "$PELKD_PID"; wait "$PELKD_PID" 2>/dev/null
+busy-kernel /data/user/10 -- pelkd &
+PELKD_PID=$!
+for _ in $(seq 100); do [[ -S /dev/socket/pelk ]] && break; sleep 0.05; done
+echo "   (pelkd restarted under busy-kernel: unmounting /data/user/10 fails while a file there is open)"
 echo "kept across mounts" > /data/user/10/diary.txt
-zygote-sim --user 10 --app 77 --shared-ns --name com.example.diary --detach -- sh -c 'exec 3</data/user/10/diary.txt; sleep 600' >/tmp/holder.pid
+zygote-sim --user 10 --app 77 --shared-ns --name com.example.diary --detach -- sh -c 'exec 3</data/user/10/diary.txt; exec sleep 600' >/tmp/holder.pid
 HOLDER=$(cat /tmp/holder.pid)
-echo "   holder: pid $HOLDER ($(tr '\0' ' ' </proc/$HOLDER/cmdline))"
+echo "   holder: pid $HOLDER ($(tr '\0' ' ' </proc/$HOLDER/cmdline)) has /data/user/10/diary.txt open"
 send unmount 10 1
+echo "   the daemon's tries, and the process killer between them (its own log, tag ProcessKiller):"
+log_lines 'pelkd:v ProcessKiller:v' 'Failed to unmount /data/user/10 |has open file|Sending|/data/user/10 sucessfully' 12
+[[ -d /proc/$HOLDER ]] && echo "   the holder is still there" || echo "   the holder is gone; the data stays in the lower directory"
 send unmount 10 3
-echo "   this host's kernel detaches a busy mount at once (a device's refuses, and the daemon then"
-echo "   reports and signals the holders between its tries); the holder keeps its open file:"
-ls -l /proc/$HOLDER/fd/3 2>/dev/null | sed 's/.*-> /   holder fd 3 -> /'
-kill "$HOLDER" 2>/dev/null
 mounted '/data/user/10|/data/user_de/10' || true
 echo "   (nothing of container 10 is mounted any more)"
+kill "$PELKD_PID"; wait "$PELKD_PID" 2>/dev/null
+start_daemon
 
 say "another key is refused and leaves nothing mounted; the right key brings the data back"
 send mount 10 "$KEY_WRONG" 1 1

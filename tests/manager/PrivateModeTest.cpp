@@ -16,7 +16,7 @@
 #include <persona/persona.h>
 #include <sysutils/SocketClient.h>
 
-#include "BusyUnmounts.h"
+#include "BusyKernel.h"
 #include "command/CommandListenerPrivate.h"
 #include "manager/PrivatePartitionManager.h"
 #include "partition/Partition.h"
@@ -169,7 +169,7 @@ TEST_F(PrivateMode, PasswordOperationsOnTheKeyFile) {
 
 TEST_F(PrivateMode, AnUnmountWhoseMediaLinkStaysBusyLeavesEverythingInPlace) {
     ASSERT_EQ(0, mManager->ecryptfsMount(&mStore, "pw"));
-    int served = busy::runWithBusyKernel(
+    int served = sim::runWithBusyKernel(
         [] {
             int ends[2];
             if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return 2;

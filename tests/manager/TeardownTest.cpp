@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "BusyUnmounts.h"
+#include "BusyKernel.h"
 #include "manager/Pelk.h"
 #include "partition/Partition.h"
 #include "support/Files.h"
@@ -84,7 +84,7 @@ TEST_F(Teardown, CeStopsAtTheFirstAreaThatStaysMounted) {
     const std::string sdcard = areaPath(10, PARTITION_CE_SDCARD);
     // The teardown runs in a child whose kernel keeps the sdcard area busy;
     // the child reports its result and the unlock state it was left with.
-    int rc = busy::runWithBusyKernel(
+    int rc = sim::runWithBusyKernel(
         [this] { return (mPelk.unmountStorageCe(10) == -1 ? 1 : 0) | (mPelk.isCeStorageAvailable(10) ? 0 : 2); },
         [&sdcard](const std::string& target) { return target == sdcard; });
     EXPECT_EQ(3, rc);

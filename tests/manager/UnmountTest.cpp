@@ -15,7 +15,7 @@
 #include <devprofile/DeviceProfile.h>
 #include <persona/persona.h>
 
-#include "BusyUnmounts.h"
+#include "BusyKernel.h"
 #include "manager/Pelk.h"
 #include "support/Holders.h"
 #include "support/Mounts.h"
@@ -69,7 +69,7 @@ protected:
     }
     // Runs doUnmount in a child whose kernel calls it busy while busy() holds.
     int doUnmountWhileBusy(const std::function<bool()>& busy) {
-        return busy::runWithBusyKernel([this] { return mPelk.doUnmount(kUpper) == 0 ? 0 : 1; }, busy);
+        return sim::runWithBusyKernel([this] { return mPelk.doUnmount(kUpper) == 0 ? 0 : 1; }, busy);
     }
     Pelk mPelk{getpid()};
 };
@@ -154,7 +154,7 @@ TEST_F(Unmount, AViewThatStaysBusyKeepsTheAreaMounted) {
     liblog_clear();
 
     Partition* area = &privateMode;
-    EXPECT_EQ(1, busy::runWithBusyKernel([&] { return mPelk.unmount(area) == -1 ? 1 : 0; }, [] { return true; }));
+    EXPECT_EQ(1, sim::runWithBusyKernel([&] { return mPelk.unmount(area) == -1 ? 1 : 0; }, [] { return true; }));
     EXPECT_EQ(1, liblog_count("Giving up on unmount /mnt/runtime/default/Private (Device or resource busy)"));
     EXPECT_EQ(0, liblog_count("Unmounting </data/privatemode>")) << "the area itself is not tried";
     EXPECT_EQ(1, isMountedPath(privateMode.mMntPath));

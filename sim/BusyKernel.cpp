@@ -1,11 +1,6 @@
-// A device kernel refuses to unmount a busy mount; the host kernel detaches
-// even a busy mount at once when asked lazily. To test the retry policy
-// against real holder processes, the work runs in a child whose umount2
-// calls are handed to this process (a seccomp user notification) and refused
-// with EBUSY while `busy()` answers true; otherwise the call goes on to the
-// kernel unchanged.
-#pragma once
+#include "BusyKernel.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/filter.h>
@@ -13,21 +8,23 @@
 #include <poll.h>
 #include <signal.h>
 #include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <functional>
-#include <string>
-
+#include "base/DirEntry.h"
 #include "base/UniqueFd.h"
+#include "base/UniqueHandle.h"
 
-namespace busy {
+namespace sim {
+namespace {
 
 // Installs the filter in the calling process; answers the listener or -1.
-inline int interceptUmount() {
+int interceptUmount() {
     sock_filter code[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_umount2, 0, 1),
@@ -40,7 +37,7 @@ inline int interceptUmount() {
 }
 
 // The path a stopped umount2 call names, read from the caller's memory.
-inline std::string umountTarget(const seccomp_notif& request) {
+std::string umountTarget(const seccomp_notif& request) {
     char path[4096] = {0};
     std::string mem = "/proc/" + std::to_string(request.pid) + "/mem";
     pelk::UniqueFd fd(open(mem.c_str(), O_RDONLY | O_CLOEXEC));
@@ -48,10 +45,12 @@ inline std::string umountTarget(const seccomp_notif& request) {
     return path;
 }
 
-// Runs work() in a child under the filter and answers for its umount2 calls
-// until it exits; busy(target) decides which calls are refused. Answers
-// work()'s result (0..255), or -1 when the set-up failed.
-inline int runWithBusyKernel(const std::function<int()>& work, const std::function<bool(const std::string&)>& busy) {
+int exitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status); }
+
+}  // namespace
+
+int runWithBusyKernel(const std::function<int()>& work, const std::function<bool(const std::string&)>& busy,
+                      const std::function<void(pid_t)>& started) {
     int ready[2];
     if (pipe2(ready, O_CLOEXEC) != 0) return -1;
     pelk::UniqueFd readEnd(ready[0]);
@@ -66,18 +65,21 @@ inline int runWithBusyKernel(const std::function<int()>& work, const std::functi
     int childListener = -1;
     if (child < 0 || read(readEnd.get(), &childListener, sizeof(childListener)) != sizeof(childListener)) return -1;
     pelk::UniqueFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-    pelk::UniqueFd listener(pidfd.ok() && childListener >= 0
-                                ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
-                                : -1);
+    pelk::UniqueFd listener(
+        pidfd.ok() && childListener >= 0 ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
+                                         : -1);
     if (!listener.ok()) {
         // Nobody could answer the child's calls: it would wait forever.
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
         return -1;
     }
+    if (started) started(child);
     for (;;) {
         int status = 0;
-        if (waitpid(child, &status, WNOHANG) == child) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        pid_t done = waitpid(child, &status, WNOHANG);
+        if (done == child) return exitStatus(status);
+        if (done < 0 && errno != EINTR) return -1;
         pollfd p = {listener.get(), POLLIN, 0};
         if (poll(&p, 1, 20) <= 0 || !(p.revents & POLLIN)) continue;
         seccomp_notif request = {};
@@ -93,9 +95,29 @@ inline int runWithBusyKernel(const std::function<int()>& work, const std::functi
     }
 }
 
-// The same, with a refusal that does not depend on the path.
-inline int runWithBusyKernel(const std::function<int()>& work, const std::function<bool()>& busy) {
+int runWithBusyKernel(const std::function<int()>& work, const std::function<bool()>& busy) {
     return runWithBusyKernel(work, [&busy](const std::string&) { return busy(); });
 }
 
-}  // namespace busy
+bool heldUnder(const std::string& path) {
+    pelk::UniqueDir proc(opendir("/proc"));
+    if (!proc) return false;
+    const std::string prefix = path + "/";
+    while (dirent* process = readdir(proc.get())) {
+        if (atoi(process->d_name) <= 0) continue;
+        std::string fdDir = std::string("/proc/") + process->d_name + "/fd";
+        pelk::UniqueDir fds(opendir(fdDir.c_str()));
+        if (!fds) continue;
+        while (dirent* fd = readdir(fds.get())) {
+            if (pelk::isDotOrDotDot(fd->d_name)) continue;
+            char target[4096];
+            ssize_t n = readlink((fdDir + "/" + fd->d_name).c_str(), target, sizeof(target) - 1);
+            if (n <= 0) continue;
+            target[n] = '\0';
+            if (path == target || strncmp(target, prefix.c_str(), prefix.size()) == 0) return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace sim
