@@ -65,9 +65,9 @@ int runWithBusyKernel(const std::function<int()>& work, const std::function<bool
     int childListener = -1;
     if (child < 0 || read(readEnd.get(), &childListener, sizeof(childListener)) != sizeof(childListener)) return -1;
     pelk::UniqueFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-    pelk::UniqueFd listener(
-        pidfd.ok() && childListener >= 0 ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
-                                         : -1);
+    pelk::UniqueFd listener(pidfd.ok() && childListener >= 0
+                                ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
+                                : -1);
     if (!listener.ok()) {
         // Nobody could answer the child's calls: it would wait forever.
         kill(child, SIGKILL);
