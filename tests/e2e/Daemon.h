@@ -21,6 +21,7 @@
 
 #include "Sandbox.h"
 #include "base/UniqueFd.h"
+#include "devprofile/DeviceProfile.h"
 
 namespace e2e {
 
@@ -134,6 +135,15 @@ inline int commandLinesLogged() {
         if (r.text.rfind("\n\nCMD > ", 0) == 0) ++count;
     }
     return count;
+}
+
+// A device where "mount" really mounts a legacy container 10 with its key:
+// no file-based encryption, on-device encryption running, sleeps 1000x faster.
+inline void prepareLegacyContainerDevice() {
+    devprofile::set("fbe", "0");
+    devprofile::set("ode", "1");
+    devprofile::set("user.10", "zanth,legacy");
+    devprofile::set("time.scale", "0.001");
 }
 
 // A device with pelkd running for the whole test.

@@ -15,24 +15,14 @@
 
 #include "Daemon.h"
 #include "base/UniqueHandle.h"
+#include "support/ListenerLog.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using e2e::pelkctl;
-
-long long msSince(Clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-// The daemon's listener lines (tag "SocketListener") that start so.
-std::vector<std::string> listenerLines(const std::string& prefix) {
-    std::vector<std::string> out;
-    for (const LogRecord& r : liblog_records()) {
-        if (r.tag == "SocketListener" && r.text.rfind(prefix, 0) == 0) out.push_back(r.text);
-    }
-    return out;
-}
+using listenerlog::Clock;
+using listenerlog::listenerLines;
+using listenerlog::msSince;
 
 bool waitForLine(const std::string& text, int ms) {
     Clock::time_point start = Clock::now();

@@ -99,11 +99,7 @@ std::string joined(const std::vector<std::string>& lines) {
 class SecretsInMemory : public e2e::DaemonTest {
 protected:
     void prepareDevice() override {
-        // A device where "mount" really mounts a container with its key.
-        devprofile::set("fbe", "0");
-        devprofile::set("ode", "1");
-        devprofile::set("user.10", "zanth,legacy");
-        devprofile::set("time.scale", "0.001");
+        e2e::prepareLegacyContainerDevice();
         ASSERT_EQ(0, fips_create_edk(kKeyFile, kOldPassword));
     }
 

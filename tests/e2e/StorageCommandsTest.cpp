@@ -35,12 +35,7 @@ std::string mountPath(int user, int type) { return Partition(user, type, nullptr
 
 class StorageCommands : public e2e::DaemonTest {
 protected:
-    void prepareDevice() override {
-        devprofile::set("fbe", "0");
-        devprofile::set("ode", "1");
-        devprofile::set("user.10", "zanth,legacy");
-        devprofile::set("time.scale", "0.001");
-    }
+    void prepareDevice() override { e2e::prepareLegacyContainerDevice(); }
     std::vector<std::string> send(const std::string& lines) { return pelkctl({}, lines).lines; }
 };
 

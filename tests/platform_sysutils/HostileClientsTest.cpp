@@ -14,25 +14,15 @@
 #include <vector>
 
 #include "SysutilsFixture.h"
+#include "support/ListenerLog.h"
 
 using namespace sysutils_test;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-long long msSince(Clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-// The listener's own records (tag "SocketListener") whose text starts so.
-std::vector<std::string> listenerLines(const std::string& prefix) {
-    std::vector<std::string> out;
-    for (const LogRecord& r : liblog_records()) {
-        if (r.tag == "SocketListener" && r.text.rfind(prefix, 0) == 0) out.push_back(r.text);
-    }
-    return out;
-}
+using listenerlog::Clock;
+using listenerlog::listenerLines;
+using listenerlog::msSince;
 
 // Waits up to ms for a listener line that starts so.
 bool waitForLine(const std::string& prefix, int ms) {
