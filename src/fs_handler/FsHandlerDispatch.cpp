@@ -11,6 +11,7 @@
 
 #include <dlp/dlp.h>
 
+#include "base/UniqueHandle.h"
 #include "fs_handler/FsHandlerThread.h"
 #include "fs_handler/InodePaths.h"
 
@@ -139,9 +140,8 @@ int FsHandlerThread::process(void* context) {
     char request[ECRYPTFS_REQUEST_SIZE] = {0};
     uint64_t arrived = std::min<uint64_t>(received, sizeof(msg->data)) - ECRYPTFS_NL_HEADER_SIZE;
     memcpy(request, msg->payload, std::min<uint64_t>(arrived, sizeof(request)));
-    char* reply = handleMessage(request, &ctx->replyLength);
-    if (reply == nullptr) return -1;
-    mHandler->send(ECRYPTFS_MSG_REPLY, reply, ctx->replyLength);
-    free(reply);
+    pelk::HeapBlock<char> reply(handleMessage(request, &ctx->replyLength));
+    if (!reply.get()) return -1;
+    mHandler->send(ECRYPTFS_MSG_REPLY, reply.get(), ctx->replyLength);
     return 0;
 }
