@@ -9,6 +9,7 @@
 // lines go to the device log ("logcat").
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -65,8 +66,10 @@ int main() {
     // writer on /dev/dek_log) and, on a device with containers, the capture
     // of the system log around the boot-time pre-mount.
     PelkLog* log = PelkLog::Instance();
-    log->startLog();
-    log->startLogcat();
+    // Nobody joins these threads in the daemon: detached, one that ends
+    // (the capture does once the boot is over) leaves nothing behind.
+    if (log->startLog() == 0) pthread_detach(log->logThread());
+    if (log->startLogcat() == 0) pthread_detach(log->logcatThread());
 
     // Interrupted (the handler may run only once the call is over), the
     // read is tried again and then finds the handler's byte.
