@@ -22,7 +22,7 @@ send() {
     printf '   sent: %s%s\n' "$shown" "${opts[*]:+   (pelkctl ${opts[*]})}"
     pelkctl "${opts[@]}" "$@" | sed 's/^/   back: /'
 }
-log_lines() { logcat -d -s $1 | grep -E "$2" | tail -n "${3:-20}" | sed "s/^/   log:  /"; }  # $1: filter specs, split on blanks
+log_lines() { logcat -d -s $1 | grep -E "$2" | tail -n "${3:-20}" | sed "s/^/   log:  /"; }  # $1: logcat filters, split on blanks
 mounted() { grep -E " ($1)[ /]" /proc/mounts | awk '{print "   mounted: " $2}'; }
 start_daemon() {
     pelkd &

@@ -21,17 +21,17 @@ const TagFilter& currentFilter() {
     struct Parsed {
         bool known = false;
         bool set = false;
-        std::string spec;
+        std::string text;
         TagFilter filter{ANDROID_LOG_INFO};
     };
     Parsed& tParsed = threadOwned<Parsed>();
-    const char* spec = getenv("ANDROID_LOG_TAGS");
-    if (tParsed.known && tParsed.set == (spec != nullptr) && (!spec || tParsed.spec == spec)) return tParsed.filter;
+    const char* text = getenv("ANDROID_LOG_TAGS");
+    if (tParsed.known && tParsed.set == (text != nullptr) && (!text || tParsed.text == text)) return tParsed.filter;
     tParsed.known = true;
-    tParsed.set = spec != nullptr;
-    tParsed.spec = spec ? spec : "";
+    tParsed.set = text != nullptr;
+    tParsed.text = text ? text : "";
     tParsed.filter = TagFilter(ANDROID_LOG_INFO);
-    tParsed.filter.parse(spec);
+    tParsed.filter.parse(text);
     return tParsed.filter;
 }
 

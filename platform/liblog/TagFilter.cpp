@@ -6,9 +6,9 @@
 
 namespace hostlog {
 
-bool TagFilter::parse(const char* spec) {
-    if (!spec) return true;
-    std::istringstream words(spec);
+bool TagFilter::parse(const char* text) {
+    if (!text) return true;
+    std::istringstream words(text);
     std::string word;
     while (words >> word) {
         size_t colon = word.rfind(':');

@@ -1,4 +1,4 @@
-// chown with a user spec, and the recursive walk behind "chown -R".
+// chown with an owner word, and the recursive walk behind "chown -R".
 #define LOG_TAG "pelkd"
 
 #include "tools/Chown.h"
@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr size_t kUserSpecSize = 32;
+constexpr size_t kOwnerWordSize = 32;
 constexpr size_t kPathSize = 4096;
 
 // The id of a known name (knownId, -1 when the name is not known), else the
@@ -56,11 +56,11 @@ bool lookUpGroup(const char* name, gid_t* gid) {
     return true;
 }
 
-// Cuts the spec at the first ":" or, when it has none, at the first ".";
+// Cuts the owner word at the first ":" or, when it has none, at the first ".";
 // answers the group part or null.
-char* splitGroup(char* spec) {
-    char* separator = strchr(spec, ':');
-    if (!separator) separator = strchr(spec, '.');
+char* splitGroup(char* owner) {
+    char* separator = strchr(owner, ':');
+    if (!separator) separator = strchr(owner, '.');
     if (!separator) return nullptr;
     *separator = '\0';
     return separator + 1;
@@ -154,14 +154,14 @@ int chown_pelkd(int argc, char** argv, int recursive) {
         ALOGE("Usage: chown <USER>[:GROUP] <FILE1> [FILE2] ...\n");
         return 10;
     }
-    char spec[kUserSpecSize];
-    pelk::copyWord(spec, sizeof(spec), argv[1]);
-    ALOGE("chown user=%s", spec);
+    char owner[kOwnerWordSize];
+    pelk::copyWord(owner, sizeof(owner), argv[1]);
+    ALOGE("chown user=%s", owner);
 
-    char* group = splitGroup(spec);
+    char* group = splitGroup(owner);
     uid_t uid;
-    if (!lookUpUser(spec, &uid)) {
-        ALOGE("No such user '%s'\n", spec);
+    if (!lookUpUser(owner, &uid)) {
+        ALOGE("No such user '%s'\n", owner);
         return -EINVAL;
     }
     gid_t gid = static_cast<gid_t>(-1);

@@ -2,7 +2,7 @@
 // ("chown", "<USER>[:GROUP]", files...), never a fork.
 #pragma once
 
-// Changes the owner of argv[2] onward (links followed). The user spec takes a
+// Changes the owner of argv[2] onward (links followed). The owner word takes a
 // name or a number (base 0: 0x.. hex, 0.. octal) and an optional group after
 // ":" or, without ":", after "."; no group leaves the group as it is.
 // Answers 0; 10 when argc <= 2; -22 for an unknown user or group (a name

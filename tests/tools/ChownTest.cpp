@@ -40,11 +40,11 @@ TEST(Chown, UserSpecsByNumberAndName) {
 
     // ":" wins over "."; numbers are read with base 0, trailing text ignored;
     // a known name without a group leaves the group.
-    const char* specs[][2] = {
+    const char* owners[][2] = {
         {"0x3e9:010", "1001:8"}, {"1002abc", "1002:8"}, {"nobody", "65534:8"}, {"root:root", "0:0"}};
-    for (const auto& spec : specs) {
-        EXPECT_EQ(0, chownWords({spec[0], file})) << spec[0];
-        EXPECT_EQ(spec[1], ownerOf(file)) << spec[0];
+    for (const auto& owner : owners) {
+        EXPECT_EQ(0, chownWords({owner[0], file})) << owner[0];
+        EXPECT_EQ(owner[1], ownerOf(file)) << owner[0];
     }
 }
 
@@ -67,7 +67,7 @@ TEST(Chown, UnknownNamesMissingFilesAndTooFewWords) {
     EXPECT_EQ(10, chownWords({"1000"}));
     EXPECT_EQ(1, loggedMain("Usage: chown <USER>[:GROUP] <FILE1> [FILE2] ...\n"));
 
-    // The spec is cut to 31 characters before it is read.
+    // The owner word is cut to 31 characters before it is read.
     EXPECT_EQ(-22, chownWords({"u" + std::string(40, 'x'), file}));
     EXPECT_EQ(1, loggedMain("No such user 'u" + std::string(30, 'x') + "'\n"));
 }

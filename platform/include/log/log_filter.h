@@ -15,9 +15,9 @@ public:
     // defaultMinimum: lowest priority shown for tags the filter does not name.
     explicit TagFilter(int defaultMinimum) : defaultMinimum_(defaultMinimum) {}
 
-    // Adds the entries of spec (blank separated). Answers false, and keeps
+    // Adds the entries of text (blank separated). Answers false, and keeps
     // the entries parsed before it, when an entry is malformed.
-    bool parse(const char* spec);
+    bool parse(const char* text);
     bool allows(std::string_view tag, int priority) const;
 
 private:
