@@ -52,8 +52,8 @@ int main() {
             fprintf(stderr, "chown_recursive did not change the tree (%d)\n", result);
             return 1;
         }
-        std::string owner = std::to_string(owner + 1) + ":" + std::to_string(owner + 1);
-        times.tool.push_back(walkbench::seconds([&] { walkbench::runQuiet({"chown", "-R", owner, kTree}); }));
+        std::string ownerWord = std::to_string(owner + 1) + ":" + std::to_string(owner + 1);
+        times.tool.push_back(walkbench::seconds([&] { walkbench::runQuiet({"chown", "-R", ownerWord, kTree}); }));
         if (!ownedBy(sample, owner + 1)) return 1;
     }
     printf("tree: %ld entries\n", entries);

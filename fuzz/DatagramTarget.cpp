@@ -21,6 +21,7 @@
 #include <memory>
 
 #include "Sandbox.h"
+#include "base/UniqueFd.h"
 #include "fs_handler/FsHandlerThread.h"
 
 #if defined(__has_feature)
@@ -63,8 +64,7 @@ void restoreFiles() {
     mkdir("/data/fuzz/dir", 0755);
     for (const char* file : kFiles) {
         if (access(file, F_OK) == 0) continue;
-        int fd = open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-        if (fd >= 0) close(fd);
+        pelk::UniqueFd made(open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
     }
 }
 

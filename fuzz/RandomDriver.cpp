@@ -15,12 +15,12 @@
 
 #include "DatagramTarget.h"
 #include "Sandbox.h"
+#include "fs_handler/NetlinkWire.h"
 
 namespace {
 
 void putLength(std::string* d, uint32_t length) {
-    if (d->size() < 4) return;
-    for (int i = 0; i < 4; ++i) (*d)[i] = static_cast<char>((length >> (8 * i)) & 0xff);
+    if (d->size() >= 4) netlinkwire::putU32(&(*d)[0], length);
 }
 
 std::string mutate(std::string d, std::mt19937_64& rng) {

@@ -131,8 +131,13 @@ std::map<MountKey, EcryptfsMount> registeredByKey() {
     for (const std::string& line : hostlog::splitLines(registry().readAll())) {
         std::vector<std::string> f = hostlog::splitFields(line);
         if (f.size() != 6) continue;
-        EcryptfsMount m{hostlog::unescapeField(f[0]), hostlog::unescapeField(f[1]), hostlog::unescapeField(f[2]),
-                        hostlog::unescapeField(f[3]), atoi(f[4].c_str()),           atoi(f[5].c_str())};
+        EcryptfsMount m;
+        m.device = hostlog::unescapeField(f[0]);
+        m.root = hostlog::unescapeField(f[1]);
+        m.point = hostlog::unescapeField(f[2]);
+        m.lower = hostlog::unescapeField(f[3]);
+        m.userId = atoi(f[4].c_str());
+        m.partitionId = atoi(f[5].c_str());
         out[MountKey(m.device, m.root, m.point)] = m;
     }
     return out;

@@ -131,12 +131,12 @@ KernelEndpoint::KernelEndpoint() {
     unlink(address.sun_path);
     if (bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return;
     mPath = address.sun_path;
-    mFd = fd.release();
+    mFd = std::move(fd);
 }
 
 KernelEndpoint::~KernelEndpoint() {
-    if (mFd < 0) return;
-    close(mFd);
+    if (!mFd.ok()) return;
+    mFd.reset();  // closed before its name goes
     unlink(mPath.c_str());
 }
 
@@ -149,15 +149,15 @@ bool KernelEndpoint::send(const std::string& datagram) {
     sockaddr_un daemon{};
     daemon.sun_family = AF_UNIX;
     snprintf(daemon.sun_path, sizeof(daemon.sun_path), "%s", registration.port.c_str());
-    return sendto(mFd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&daemon), sizeof(daemon)) ==
-           static_cast<ssize_t>(datagram.size());
+    return sendto(mFd.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&daemon),
+                  sizeof(daemon)) == static_cast<ssize_t>(datagram.size());
 }
 
 bool KernelEndpoint::receive(std::string* datagram, int timeoutMs) {
-    pollfd watch{mFd, POLLIN, 0};
+    pollfd watch{mFd.get(), POLLIN, 0};
     if (poll(&watch, 1, timeoutMs) != 1) return false;
     char buffer[65536];
-    ssize_t received = recv(mFd, buffer, sizeof(buffer), MSG_DONTWAIT);
+    ssize_t received = recv(mFd.get(), buffer, sizeof(buffer), MSG_DONTWAIT);
     if (received < 0) return false;
     datagram->assign(buffer, static_cast<size_t>(received));
     return true;

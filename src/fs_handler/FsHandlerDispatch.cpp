@@ -50,14 +50,7 @@ int dispatchFound(const EcryptfsRequest& request, char* path) {
 int dispatchNotFound(const EcryptfsRequest& request) {
     int opcode = static_cast<int>(request.opcode);
     if (opcode == 23 || opcode == 24 || opcode == 26) {
-        bool handled = true;
-        if (opcode == 26) {
-            logRenamePending(request.inode);
-        } else {
-            logPendingInode(request.inode);
-            handled = putPendingInodeValue(request.inode, request.pid);
-        }
-        if (handled)
+        if (handle_inode_path_transition(opcode, request.pid, request.inode) == 0)
             SLOGD("DLP_LIBPELK :  inode_path transition handled successfully !");
         else
             SLOGE("DLP_LIBPELK :  inode_path transition method failed! Unable to put in map!");

@@ -37,9 +37,9 @@ int auditBit(int opcode) {
     }
 }
 
-void rememberPendingInode(unsigned long inode, int pid) {
-    SLOGE("DLP_LIBPELK :  find_path_by_inode failed in init/init_restricted case, put inode[%lu] in map", inode);
-    if (!putPendingInodeValue(inode, pid))
+// An init (23 or 24) whose file is not there yet: the inode waits for its path.
+void rememberPendingInode(int opcode, unsigned long inode, int pid) {
+    if (handle_inode_path_transition(opcode, pid, inode) != 0)
         SLOGE("DLP_LIBPELK :  inode_path transition method failed! Unable to put in map!");
 }
 
@@ -51,7 +51,7 @@ void initWhitelisted(int userId, int pid, unsigned long inode, char* path) {
     if (set_dlp_file_expiry_time(path, expiry) != 0) {
         int error = errno;
         SLOGE("DLP_LIBPELK : setxattr(%s, setxattr error - %d, %s\n", path, error, strerror(error));
-        if (error == ENOENT) rememberPendingInode(inode, pid);
+        if (error == ENOENT) rememberPendingInode(23, inode, pid);
     } else {
         SLOGD("DLP_LIBPELK : setxattr OK\n");
     }
@@ -61,7 +61,7 @@ void initRestricted(int userId, int pid, unsigned long inode, char* path) {
     SLOGD("DLP_LIBPELK :  pid[%d] init file came for RESTRICTED [%s]\n", pid, path);
     if (setExpiryforFile(pid, path, userId) == 2) {
         SLOGE("DLP_LIBPELK :  Error :: ENOENT from INIT_RESTRICTED");
-        rememberPendingInode(inode, pid);
+        rememberPendingInode(24, inode, pid);
     }
 }
 
@@ -81,27 +81,14 @@ void renamed(int userId, unsigned long inode, char* path) {
 }  // namespace
 
 int FsHandlerThread::handleMessageDLP(int opcode, int userId, int pid, unsigned long inode, char* path) {
-    // The library's command-line form of the event; formatted as the
-    // daemon always has, and not used further.
-    char command[kLineSize];
     switch (opcode) {
         case 21:
             SLOGD("DLP_LIBPELK :  pid[%d] opened file %s\n", pid, path);
-            snprintf(command, sizeof(command), "%d open %s", pid, path);
             addOrUpdateMapEntry(pid, path);
             break;
-        case 22:
-            SLOGD("DLP_LIBPELK :  pid[%d] closed file %s\n", pid, path);
-            snprintf(command, sizeof(command), "%d close %s", pid, path);
-            return 0;
-        case 23:
-            initWhitelisted(userId, pid, inode, path);
-            snprintf(command, sizeof(command), "%d init %s", pid, path);
-            break;
-        case 24:
-            snprintf(command, sizeof(command), "%d init %s", pid, path);
-            initRestricted(userId, pid, inode, path);
-            break;
+        case 22: SLOGD("DLP_LIBPELK :  pid[%d] closed file %s\n", pid, path); return 0;
+        case 23: initWhitelisted(userId, pid, inode, path); break;
+        case 24: initRestricted(userId, pid, inode, path); break;
         case 25:
         case 29: expiredAccessed(pid, path); break;
         case 26: renamed(userId, inode, path); break;

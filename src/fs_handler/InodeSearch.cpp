@@ -24,19 +24,12 @@ namespace {
 constexpr size_t kPathSize = 4096;
 constexpr size_t kFieldSize = 256;
 
-// The partition id of a mount's options: the number of the first option
-// that contains "partition_id=", or -1.
+// The partition id of a mount's options: the number after the first
+// "partition_id=", or -1.
 int partitionIdOf(const char* options) {
-    char copy[kFieldSize];
-    pelk::copyWord(copy, sizeof(copy), options);
-    char* rest = nullptr;
-    for (char* option = strtok_r(copy, ",", &rest); option; option = strtok_r(nullptr, ",", &rest)) {
-        const char* found = strstr(option, "partition_id=");
-        if (!found) continue;
-        int id = -1;
-        return sscanf(found, "partition_id=%d", &id) == 1 ? id : -1;
-    }
-    return -1;
+    const char* found = strstr(options, "partition_id=");
+    int id = -1;
+    return found && sscanf(found, "partition_id=%d", &id) == 1 ? id : -1;
 }
 
 // Walks the open directory at path (already matched against the inode

@@ -16,6 +16,8 @@
 
 #include <string>
 
+#include "base/UniqueFd.h"
+
 namespace hostkernel {
 
 // Where daemons' unit-28 sockets are bound.
@@ -71,7 +73,7 @@ public:
     KernelEndpoint(const KernelEndpoint&) = delete;
     KernelEndpoint& operator=(const KernelEndpoint&) = delete;
 
-    bool ok() const { return mFd >= 0; }
+    bool ok() const { return mFd.ok(); }
     // Sends one datagram to the registered daemon; false with errno set
     // (ENOENT: nobody registered; ECONNREFUSED: the registered socket is gone).
     bool send(const std::string& datagram);
@@ -79,7 +81,7 @@ public:
     bool receive(std::string* datagram, int timeoutMs);
 
 private:
-    int mFd = -1;
+    pelk::UniqueFd mFd;
     std::string mPath;
 };
 
