@@ -22,6 +22,7 @@
 #include "Sandbox.h"
 #include "base/UniqueFd.h"
 #include "devprofile/DeviceProfile.h"
+#include "tools/Base64.h"
 
 namespace e2e {
 
@@ -135,6 +136,16 @@ inline int commandLinesLogged() {
         if (r.text.rfind("\n\nCMD > ", 0) == 0) ++count;
     }
     return count;
+}
+
+// A "mount" line's key text: raw as the platform's base64 encoder writes it.
+inline std::string keyText(const std::string& raw) {
+    std::string in = raw;
+    in.push_back('\0');  // the encoder reads one byte past the data
+    std::string out(((raw.size() + 2) / 3) * 4 + 1, '\0');
+    base64e(reinterpret_cast<const unsigned char*>(in.data()), &out[0], static_cast<int>(raw.size()));
+    out.resize(strlen(out.c_str()));
+    return out;
 }
 
 // A device where "mount" really mounts a legacy container 10 with its key:

@@ -24,16 +24,7 @@ using listenerlog::Clock;
 using listenerlog::listenerLines;
 using listenerlog::msSince;
 
-bool waitForLine(const std::string& text, int ms) {
-    Clock::time_point start = Clock::now();
-    while (msSince(start) < ms) {
-        for (const std::string& line : listenerLines(text)) {
-            if (line == text) return true;
-        }
-        poll(nullptr, 0, 50);
-    }
-    return false;
-}
+bool waitForLine(const std::string& text, int ms) { return listenerlog::waitForListenerLine(text, ms, 50, true); }
 
 // A connection, tried for up to ms while the socket's backlog is full (the
 // daemon not accepting); invalid when it could not be made.

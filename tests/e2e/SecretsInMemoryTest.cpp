@@ -80,14 +80,7 @@ Scan scanMemory(pid_t pid, const std::vector<std::string>& texts) {
     return scan;
 }
 
-std::string keyText(const std::string& raw) {
-    std::string in = raw;
-    in.push_back('\0');  // the encoder reads one byte past the data
-    std::string out(((raw.size() + 2) / 3) * 4 + 1, '\0');
-    base64e(reinterpret_cast<const unsigned char*>(in.data()), &out[0], static_cast<int>(raw.size()));
-    out.resize(strlen(out.c_str()));
-    return out;
-}
+using e2e::keyText;
 
 // Lines for pelkctl's standard input.
 std::string joined(const std::vector<std::string>& lines) {

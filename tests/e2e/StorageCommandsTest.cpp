@@ -16,22 +16,14 @@
 
 namespace {
 
+using mounts::areaPath;
 using mounts::mountedCount;
 
 using e2e::pelkctl;
 
 const int kUser = 10;
 
-std::string keyText(char fill, size_t bytes = 32) {
-    std::string raw(bytes, fill);
-    raw.push_back('\0');  // the encoder reads one byte past the data
-    std::string out(((bytes + 2) / 3) * 4 + 1, '\0');
-    base64e(reinterpret_cast<const unsigned char*>(raw.data()), &out[0], static_cast<int>(bytes));
-    out.resize(strlen(out.c_str()));
-    return out;
-}
-
-std::string mountPath(int user, int type) { return Partition(user, type, nullptr, false).mMntPath; }
+std::string keyText(char fill, size_t bytes = 32) { return e2e::keyText(std::string(bytes, fill)); }
 
 class StorageCommands : public e2e::DaemonTest {
 protected:
@@ -43,14 +35,14 @@ TEST_F(StorageCommands, AContainersWholeLife) {
     const std::string key = keyText('k');
     auto r = send("create_partition 10 1\ncreate_partition 10 3\nis_mounted 10\n");
     EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "281 3 failed"}), r);
-    for (int32_t type : Partition::LIST_CE_STORAGE) EXPECT_TRUE(testfs::exists(mountPath(kUser, type))) << type;
+    for (int32_t type : Partition::LIST_CE_STORAGE) EXPECT_TRUE(testfs::exists(areaPath(kUser, type))) << type;
 
     r = send("mount 10 " + key + " 1 3\nmount 10 " + key + " 1 1\nis_mounted 10\n");
     EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "200 3 success"}), r);
     EXPECT_EQ(3, mountedCount(kUser, Partition::LIST_DE_STORAGE));
     EXPECT_EQ(4, mountedCount(kUser, Partition::LIST_CE_STORAGE));
     EXPECT_TRUE(testfs::exists("/storage/emulated/10"));
-    ASSERT_TRUE(testfs::writeFile(mountPath(kUser, PARTITION_CE_DATA) + "/kept.txt", "data"));
+    ASSERT_TRUE(testfs::writeFile(areaPath(kUser, PARTITION_CE_DATA) + "/kept.txt", "data"));
 
     r = send("unmount 10 1\nunmount 10 3\nis_mounted 10\n");
     EXPECT_EQ((std::vector<std::string>{"200 1 success", "200 2 success", "281 3 failed"}), r);
@@ -64,7 +56,7 @@ TEST_F(StorageCommands, AContainersWholeLife) {
     EXPECT_EQ(0, mountedCount(kUser, Partition::LIST_CE_STORAGE));
     r = send("mount 10 " + key + " 1 1\n");
     EXPECT_EQ((std::vector<std::string>{"200 1 success"}), r);
-    EXPECT_EQ("data", testfs::readFile(mountPath(kUser, PARTITION_CE_DATA) + "/kept.txt"));
+    EXPECT_EQ("data", testfs::readFile(areaPath(kUser, PARTITION_CE_DATA) + "/kept.txt"));
 
     // Without FBE the sdcard's source and mount paths are one directory:
     // the second clear finds it gone and the CE removal answers "failed",
@@ -143,9 +135,9 @@ TEST_F(StorageCommands, AFailedMountIsUndoneByTypeAndTypeFourKeepsWhatItMounted)
 
     r = send("mount 10 " + key + " 1 4\n");
     EXPECT_EQ((std::vector<std::string>{"281 1 failed"}), r);
-    EXPECT_TRUE(isMountedPath(mountPath(kUser, PARTITION_CE_DATA).c_str()));
-    EXPECT_TRUE(isMountedPath(mountPath(kUser, PARTITION_CE_SDCARD).c_str()));
-    EXPECT_FALSE(isMountedPath(mountPath(kUser, PARTITION_CE_MISC).c_str()));
+    EXPECT_TRUE(isMountedPath(areaPath(kUser, PARTITION_CE_DATA).c_str()));
+    EXPECT_TRUE(isMountedPath(areaPath(kUser, PARTITION_CE_SDCARD).c_str()));
+    EXPECT_FALSE(isMountedPath(areaPath(kUser, PARTITION_CE_MISC).c_str()));
     send("unmount 10 1\n");
 }
 

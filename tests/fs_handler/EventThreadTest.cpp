@@ -9,6 +9,7 @@
 #include "devprofile/DeviceProfile.h"
 #include "e2e/Daemon.h"
 #include "support/Kernel.h"
+#include "support/ListenerLog.h"
 
 namespace {
 
@@ -22,11 +23,7 @@ bool waitForRegistration(pid_t pid) {
     return false;
 }
 
-int countStartingWith(const std::string& prefix) {
-    int n = 0;
-    for (const LogRecord& r : liblog_records()) n += r.text.compare(0, prefix.size(), prefix) == 0;
-    return n;
-}
+using listenerlog::countStartingWith;
 
 class EventThread : public testing::Test {
 protected:

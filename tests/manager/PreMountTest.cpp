@@ -6,7 +6,6 @@
 #include <log/log.h>
 #include <log/log_records.h>
 #include <persona/persona.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,12 +25,6 @@ using mounts::mountedCount;
 using mounts::areaPath;
 using testfs::exists;
 
-// Everything under the mount paths of a user's areas, deepest first.
-void detachUser(int user) {
-    for (int32_t type : {'n', 'o', 'p', 'j', 'k', 'l', 'e', 'f', 'u', 't', 'q', 's', 'r', 'h', 'i'})
-        umount2(areaPath(user, type).c_str(), MNT_DETACH);
-}
-
 class PreMount : public testing::Test {
 protected:
     void SetUp() override {
@@ -42,10 +35,6 @@ protected:
         // The platform makes each user's folder; the daemon only writes in it.
         for (const char* dir : {"/data/system/users/10", "/data/system/users/11"}) testfs::makeDirs(dir);
         liblog_clear();
-    }
-    void TearDown() override {
-        for (int user : {0, 10, 11}) detachUser(user);
-        devprofile::set("user.11", "");
     }
     // A container as "create_partition" and the platform's key provisioning leave it.
     void provisionCe(int user) {

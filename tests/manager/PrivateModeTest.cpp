@@ -17,6 +17,7 @@
 #include <sysutils/SocketClient.h>
 
 #include "BusyKernel.h"
+#include "base/UniqueHandle.h"
 #include "command/CommandListenerPrivate.h"
 #include "manager/PrivatePartitionManager.h"
 #include "partition/Partition.h"
@@ -34,13 +35,12 @@ int logged(const char* text, int priority) { return liblog_count(text, "pelkd", 
 
 // The line of a mount point in the mount table the device's programs read.
 std::string tableLineOf(const std::string& point) {
-    FILE* f = fopen("/proc/mounts", "re");
+    pelk::UniqueFile f(fopen("/proc/mounts", "re"));
     char line[4096];
     std::string found;
-    while (f && fgets(line, sizeof(line), f)) {
+    while (f && fgets(line, sizeof(line), f.get())) {
         if (std::string(line).find(" " + point + " ") != std::string::npos) found = line;
     }
-    if (f) fclose(f);
     return found;
 }
 

@@ -5,7 +5,6 @@
 #include <log/log.h>
 #include <log/log_records.h>
 #include <persona/persona.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "manager/Pelk.h"
 #include "partition/Partition.h"
 #include "support/Files.h"
+#include "support/ListenerLog.h"
 #include "support/Mounts.h"
 
 namespace {
@@ -27,19 +27,8 @@ using testfs::makeDirs;
 
 bool mounted(int user, int type) { return isMountedPath(areaPath(user, type).c_str()) != 0; }
 
-template <size_t N>
-void detachAll(int user, const int32_t (&types)[N]) {
-    for (int32_t type : types) umount2(areaPath(user, type).c_str(), MNT_DETACH);
-}
-
 int logged(const std::string& text, int priority = ANDROID_LOG_ERROR, int buffer = LOG_ID_SYSTEM) {
     return liblog_count(text.c_str(), "pelkd", priority, buffer);
-}
-
-int loggedStartingWith(const std::string& prefix) {
-    int n = 0;
-    for (const LogRecord& r : liblog_records()) n += r.text.rfind(prefix, 0) == 0 ? 1 : 0;
-    return n;
 }
 
 class Teardown : public testing::Test {
@@ -49,12 +38,6 @@ protected:
         devprofile::set("time.scale", "0.001");
         devprofile::set("user.10", "zanth,legacy");
         liblog_clear();
-    }
-    void TearDown() override {
-        for (int user = 10; user <= 15; ++user) {
-            detachAll(user, Partition::LIST_CE_STORAGE);
-            detachAll(user, Partition::LIST_DE_STORAGE);
-        }
     }
     Pelk mPelk{getpid()};
 };
@@ -109,11 +92,10 @@ TEST_F(Teardown, AllContainersMeansTheFirstFive) {
     }
     EXPECT_EQ(4, mountedCount(15, Partition::LIST_CE_STORAGE));
     EXPECT_EQ(3, mountedCount(15, Partition::LIST_DE_STORAGE));
-    for (int user = 11; user <= 15; ++user) devprofile::set("user." + std::to_string(user), "");
 }
 
 TEST_F(Teardown, DirectoriesUnderAContainersEmulatedStorage) {
-    const std::string view = Partition(10, PARTITION_SDCARDFS_DEFAULT, nullptr, false).mMntPath;
+    const std::string view = areaPath(10, PARTITION_SDCARDFS_DEFAULT);
     ASSERT_TRUE(makeDirs(view));
     EXPECT_EQ(0, mPelk.zanthfs_check_and_mkdirs("/storage/emulated/10/Android/data/x", 0771));
     EXPECT_TRUE(exists(view + "/Android/data/x"));
@@ -133,7 +115,7 @@ TEST_F(Teardown, DeleteFileTakesFilesAndEmptyDirectoriesOnly) {
     ASSERT_TRUE(testfs::writeFile("/data/del/full/f", "x"));
     EXPECT_EQ(-1, mPelk.deleteFile("/data/del/full", 10));
     EXPECT_TRUE(exists("/data/del/full/f"));
-    EXPECT_EQ(1, loggedStartingWith("deleteFile st_mode="));
+    EXPECT_EQ(1, listenerlog::countStartingWith("deleteFile st_mode="));
     EXPECT_EQ(0, mPelk.deleteFile("/data/del/full/f", 10));
     EXPECT_EQ(0, mPelk.deleteFile("/data/del/full", 10));
     EXPECT_FALSE(exists("/data/del/full"));
@@ -153,5 +135,4 @@ TEST_F(Teardown, EdkFilePermissions) {
     EXPECT_EQ(0640u, st.st_mode & 07777);
     EXPECT_EQ(1000u, st.st_uid);
     EXPECT_EQ(1015u, st.st_gid);
-    unlink(edk.c_str());
 }

@@ -25,14 +25,7 @@ using listenerlog::listenerLines;
 using listenerlog::msSince;
 
 // Waits up to ms for a listener line that starts so.
-bool waitForLine(const std::string& prefix, int ms) {
-    Clock::time_point start = Clock::now();
-    while (msSince(start) < ms) {
-        if (!listenerLines(prefix).empty()) return true;
-        poll(nullptr, 0, 20);
-    }
-    return false;
-}
+bool waitForLine(const std::string& prefix, int ms) { return listenerlog::waitForListenerLine(prefix, ms, 20); }
 
 // A raw connection that writes without blocking and never reads.
 class Flooder {

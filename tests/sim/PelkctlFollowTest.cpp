@@ -14,6 +14,7 @@
 
 #include "Sandbox.h"
 #include "base/UniqueFd.h"
+#include "base/UniqueHandle.h"
 
 namespace {
 
@@ -23,19 +24,20 @@ public:
     Follower() {
         int out[2];
         int err[2];
-        if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return;
+        if (pipe2(out, O_CLOEXEC) != 0) return;
+        mOut.reset(out[0]);
+        pelk::UniqueFd outWrite(out[1]);
+        if (pipe2(err, O_CLOEXEC) != 0) return;
+        mErr.reset(err[0]);
+        pelk::UniqueFd errWrite(err[1]);
         mPid = fork();
         if (mPid == 0) {
-            dup2(out[1], 1);
-            dup2(err[1], 2);
+            dup2(outWrite.get(), 1);
+            dup2(errWrite.get(), 2);
             std::string path = sim::toolPath("pelkctl");
             execl(path.c_str(), "pelkctl", "--follow", static_cast<char*>(nullptr));
             _exit(127);
         }
-        close(out[1]);
-        close(err[1]);
-        mOut.reset(out[0]);
-        mErr.reset(err[0]);
     }
     ~Follower() {
         if (mPid > 0) {
@@ -100,14 +102,13 @@ private:
 // Processes of the device whose command line is exactly `name`.
 int processesNamed(const std::string& name) {
     int count = 0;
-    DIR* proc = opendir("/proc");
-    while (dirent* e = proc ? readdir(proc) : nullptr) {
+    pelk::UniqueDir proc(opendir("/proc"));
+    while (dirent* e = proc ? readdir(proc.get()) : nullptr) {
         std::ifstream in(std::string("/proc/") + e->d_name + "/cmdline");
         std::string cmdline;
         std::getline(in, cmdline, '\0');
         if (cmdline == name) ++count;
     }
-    if (proc) closedir(proc);
     return count;
 }
 

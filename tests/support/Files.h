@@ -28,6 +28,7 @@ inline struct stat statOf(const std::string& path) {
 }
 
 inline unsigned modeOf(const std::string& path) { return statOf(path).st_mode & 07777; }
+inline uid_t uidOf(const std::string& path) { return statOf(path).st_uid; }
 
 // Makes every missing directory of path (mode 0755, owner root) like mkdir -p.
 inline bool makeDirs(const std::string& path) {

@@ -22,7 +22,7 @@ int chownWords(std::vector<std::string> words, int recursive = 0) {
     return chown_pelkd(argv.count(), argv.data(), recursive);
 }
 
-uid_t uidOf(const std::string& path) { return testfs::statOf(path).st_uid; }
+using testfs::uidOf;
 gid_t gidOf(const std::string& path) { return testfs::statOf(path).st_gid; }
 // "uid:gid" of path, to compare both at once.
 std::string ownerOf(const std::string& path) { return std::to_string(uidOf(path)) + ":" + std::to_string(gidOf(path)); }

@@ -19,7 +19,7 @@ int mkdirWords(std::vector<std::string> words, const char* owner = "1000.1000") 
     return mkdir_pelkd(argv.count(), argv.data(), owner);
 }
 
-uid_t uidOf(const std::string& path) { return testfs::statOf(path).st_uid; }
+using testfs::uidOf;
 
 // kRoot followed by components of at most 200 characters, `length`
 // characters in all (no trailing slash).
