@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "base/DirEntry.h"
+#include "base/FileIo.h"
 #include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
 
@@ -58,12 +59,13 @@ int runWithBusyKernel(const std::function<int()>& work, const std::function<bool
     pid_t child = fork();
     if (child == 0) {
         int listener = interceptUmount();
-        if (write(writeEnd.get(), &listener, sizeof(listener)) != sizeof(listener) || listener < 0) _exit(255);
+        if (!pelk::writeFully(writeEnd.get(), &listener, sizeof(listener)) || listener < 0) _exit(255);
         _exit(work() & 0xff);
     }
     writeEnd.reset();
     int childListener = -1;
-    if (child < 0 || read(readEnd.get(), &childListener, sizeof(childListener)) != sizeof(childListener)) return -1;
+    if (child < 0 || pelk::readFully(readEnd.get(), &childListener, sizeof(childListener)) != sizeof(childListener))
+        return -1;
     pelk::UniqueFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
     pelk::UniqueFd listener(pidfd.ok() && childListener >= 0
                                 ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))

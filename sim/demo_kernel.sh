@@ -7,6 +7,15 @@
 # client of "pelk" - here a pelkctl that stays connected and prints what
 # arrives. Then an expired file is accessed (25) and the daemon deletes it.
 
+# kernel_request [--id N] OPCODE USER PARTITION INODE PID: pelk-kernel plays
+# the module, sends the request and prints the daemon's 8-byte reply; the
+# one place that knows its command line.
+kernel_request() {
+    pelk-kernel request "$@" | sed 's/^/   kernel: /'
+}
+
+inode_of() { stat -c %i "$1"; }
+
 demo_kernel() {
     say "the kernel side: the eCryptfs module asks pelkd about files by partition id and inode (netlink unit 28)"
     echo "   $(pelk-kernel status)"
@@ -25,19 +34,19 @@ demo_kernel() {
     (exec 3</data/user/10/report.txt; exec sleep 600) &
     local opener=$!
     local inode
-    inode=$(stat -c %i /data/user/10/report.txt)
+    inode=$(inode_of /data/user/10/report.txt)
     echo "   pid $opener opens /data/user/10/report.txt (inode $inode, partition_id $part)"
     echo "   the module sends: request 21 (DLP file opened), user 10, partition $part, inode $inode, pid $opener"
-    pelk-kernel request --id 1 21 10 "$part" "$inode" "$opener" | sed 's/^/   kernel: /'
+    kernel_request --id 1 21 10 "$part" "$inode" "$opener"
     log_lines pelkd:v "find_path_by_inode found|DLP_LIBPELK : AUDIT|result : req_id\[1\]" 3
 
     echo "   an expired file is accessed (25): the daemon deletes it and always broadcasts it"
     echo "old draft" >/data/user/10/expired.txt
-    pelk-kernel request --id 2 25 10 "$part" "$(stat -c %i /data/user/10/expired.txt)" "$opener" | sed 's/^/   kernel: /'
+    kernel_request --id 2 25 10 "$part" "$(inode_of /data/user/10/expired.txt)" "$opener"
     [[ -e /data/user/10/expired.txt ]] && echo "   expired.txt is still there" || echo "   expired.txt is gone"
 
     echo "   a file the daemon cannot find is answered with -2 (ENOENT):"
-    pelk-kernel request --id 3 22 10 "$part" 1 "$opener" | sed 's/^/   kernel: /'
+    kernel_request --id 3 22 10 "$part" 1 "$opener"
 
     sleep 0.3
     kill "$follower" "$opener" 2>/dev/null

@@ -5,22 +5,13 @@
 # pelkd runs; it uses demo.sh's say and log_lines.
 #
 # The kernel names a file by the partition id of its eCryptfs mount and its
-# inode; pelk-kernel plays the module on the simulated device and prints the
-# daemon's 8-byte reply. kernel_request is the one place that knows its
-# command line.
-
-# kernel_request OPCODE USER PARTITION INODE PID
-kernel_request() {
-    pelk-kernel request "$@" | sed 's/^/   kernel: /'
-}
+# inode; kernel_request and inode_of come from demo_kernel.sh.
 
 # The partition id the device's kernel gives the eCryptfs mount at POINT (the
 # newest registration of that mount point).
 partition_of() {
     awk -F'\t' -v point="$1" '$3 == point { id = $6 } END { print id }' /sim/kernel/ecryptfs
 }
-
-inode_of() { stat -c %i "$1"; }
 
 # Starts `pelkctl --follow` in the background, writing to $FOLLOW_OUT.
 start_follow() {

@@ -21,6 +21,9 @@
 #include <string>
 #include <vector>
 
+#include "base/UniqueHandle.h"
+#include "process/ProcFs.h"
+
 namespace {
 
 int usage() {
@@ -87,17 +90,16 @@ int exchange(const std::string& datagram, int waitMs, bool untilFirst) {
 // The eCryptfs lines of the mount table as the device's kernel shows them
 // (a shell's grep sees the host's view): "<point> partition_id=<N>".
 int listMounts() {
-    FILE* table = fopen("/proc/mounts", "re");
+    pelk::UniqueFile table(fopen("/proc/mounts", "re"));
     if (!table) return 1;
-    char line[1024];
-    while (fgets(line, sizeof(line), table)) {
+    pelk::forEachMountLine(table.get(), [](const char* line) {
         char device[256], point[256], type[256], options[256];
-        if (sscanf(line, "%255s %255s %255s %255s", device, point, type, options) != 4) continue;
-        if (strcmp(type, "ecryptfs") != 0) continue;
+        if (sscanf(line, "%255s %255s %255s %255s", device, point, type, options) != 4) return false;
+        if (strcmp(type, "ecryptfs") != 0) return false;
         const char* id = strstr(options, "partition_id=");
         printf("%s %s\n", point, id ? id : "partition_id=-1");
-    }
-    fclose(table);
+        return false;
+    });
     return 0;
 }
 

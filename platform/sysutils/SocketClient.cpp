@@ -70,22 +70,15 @@ int SocketClient::sendDataLocked(const void* data, size_t len) {
     const size_t waiting = mOutbox.size() - mOutboxStart;
     if (waiting == 0) {
         // Nothing ahead of this message: the socket may take it at once.
-        while (len > 0) {
-            // MSG_NOSIGNAL: a peer that vanished yields EPIPE, not a dead
-            // daemon. MSG_DONTWAIT: a peer that does not read never holds up
-            // the thread that answers.
-            ssize_t n = send(mSocket, p, len, MSG_NOSIGNAL | MSG_DONTWAIT);
-            if (n < 0) {
-                if (errno == EINTR) continue;
-                if (errno == EAGAIN || errno == EWOULDBLOCK) break;
-                int saved = errno;
-                breakLocked(Broken::GONE);
-                errno = saved;
-                return -1;
-            }
-            p += n;
-            len -= static_cast<size_t>(n);
+        ssize_t sent = sendNowLocked(p, len);
+        if (sent < 0) {
+            int saved = errno;
+            breakLocked(Broken::GONE);
+            errno = saved;
+            return -1;
         }
+        p += sent;
+        len -= static_cast<size_t>(sent);
         if (len == 0) return 0;
     } else if (waiting > kMaxPendingBytes) {
         breakLocked(Broken::OVERFLOW);
@@ -105,17 +98,30 @@ int SocketClient::sendDataLocked(const void* data, size_t len) {
     return 0;
 }
 
-bool SocketClient::writePendingLocked(bool* progress) {
-    while (mOutboxStart < mOutbox.size()) {
-        ssize_t n =
-            send(mSocket, mOutbox.data() + mOutboxStart, mOutbox.size() - mOutboxStart, MSG_NOSIGNAL | MSG_DONTWAIT);
+ssize_t SocketClient::sendNowLocked(const char* p, size_t len) {
+    size_t sent = 0;
+    while (sent < len) {
+        // MSG_NOSIGNAL: a peer that vanished yields EPIPE, not a dead
+        // daemon. MSG_DONTWAIT: a peer that does not read never holds up
+        // the thread that answers.
+        ssize_t n = send(mSocket, p + sent, len - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (n < 0) {
             if (errno == EINTR) continue;
-            if (errno == EAGAIN || errno == EWOULDBLOCK) return true;
-            return false;
+            if (errno == EAGAIN || errno == EWOULDBLOCK) break;
+            return -1;
         }
+        sent += static_cast<size_t>(n);
+    }
+    return static_cast<ssize_t>(sent);
+}
+
+bool SocketClient::writePendingLocked(bool* progress) {
+    if (mOutboxStart < mOutbox.size()) {
+        ssize_t n = sendNowLocked(mOutbox.data() + mOutboxStart, mOutbox.size() - mOutboxStart);
+        if (n < 0) return false;
+        if (n > 0) *progress = true;
         mOutboxStart += static_cast<size_t>(n);
-        *progress = true;
+        if (mOutboxStart < mOutbox.size()) return true;  // the socket is full for now
     }
     // All sent: a large outbox gives its memory back.
     std::string().swap(mOutbox);

@@ -101,11 +101,4 @@ struct WipingAllocator {
 // so no bytes sit in a small-string buffer inside the object itself.
 using SecretBytes = std::vector<char, WipingAllocator<char>>;
 
-// Wipes every byte the container holds (live or not) and empties it,
-// keeping its block for reuse.
-inline void wipeAndClear(SecretBytes& bytes) {
-    wipe(bytes.data(), bytes.capacity());
-    bytes.clear();
-}
-
 }  // namespace pelk

@@ -111,6 +111,9 @@ public:
 
 private:
     int sendDataLocked(const void* data, size_t len);
+    // Sends what the socket takes now without waiting: the bytes sent (fewer
+    // than len once it is full), or -1 with errno when it failed.
+    ssize_t sendNowLocked(const char* p, size_t len);
     // Writes from the outbox; false once the socket failed.
     bool writePendingLocked(bool* progress);
     void breakLocked(Broken why);
