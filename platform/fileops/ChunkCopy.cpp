@@ -33,9 +33,8 @@ int openRegular(const fileops::ContainerPath& path, int flags, pelk::UniqueFd* o
 
 int completeTarget(int fd, long long size, const struct stat& source) {
     if (ftruncate(fd, size) != 0) return -errno;
-    if (fchown(fd, source.st_uid, source.st_gid) != 0) return -errno;
-    if (fchmod(fd, source.st_mode & 07777) != 0) return -errno;
-    return 1;
+    int rc = fileops::setOwnerAndMode(fd, source.st_uid, source.st_gid, source.st_mode & 07777);
+    return rc == 0 ? 1 : rc;
 }
 
 }  // namespace

@@ -31,8 +31,7 @@ int copyFile(const char* src, const char* dst, const struct stat* st, uid_t uid,
     pelk::UniqueFd to(open(dst, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!to.ok()) return -errno;
     int result = fileops::copyBytes(from.get(), to.get(), 0, -1);
-    if (result == 0 && fchown(to.get(), uid, gid) != 0) result = -errno;
-    if (result == 0 && fchmod(to.get(), st->st_mode & 07777) != 0) result = -errno;
+    if (result == 0) result = fileops::setOwnerAndMode(to.get(), uid, gid, st->st_mode & 07777);
     if (result == 0 && fsync(to.get()) != 0) result = -errno;
     if (result != 0) unlink(dst);  // no half copy is left behind
     return result;

@@ -2,11 +2,17 @@
 #include "FileContent.h"
 
 #include <errno.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 namespace fileops {
+
+int setOwnerAndMode(int fd, uid_t uid, gid_t gid, mode_t mode) {
+    if (fchown(fd, uid, gid) != 0) return -errno;
+    return fchmod(fd, mode) == 0 ? 0 : -errno;
+}
 
 namespace {
 

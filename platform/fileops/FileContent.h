@@ -12,4 +12,8 @@ namespace fileops {
 // when `from` ends before `length` bytes were copied.
 int copyBytes(int from, int to, off_t offset, long long length);
 
+// Gives fd the owner and then the mode (a chown clears the set-id bits that
+// the mode then sets). 0, or the first call's negative errno.
+int setOwnerAndMode(int fd, uid_t uid, gid_t gid, mode_t mode);
+
 }  // namespace fileops

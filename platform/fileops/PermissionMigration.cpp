@@ -10,6 +10,7 @@
 
 #include "ContainerPath.h"
 #include "DirWalk.h"
+#include "FileContent.h"
 #include "base/UniqueFd.h"
 #include "devprofile/DeviceProfile.h"
 
@@ -33,9 +34,7 @@ int applyToDirectory(int dir, const char* name, const Permission& perm) {
     rc = fileops::forEachEntry(std::move(walk),
                                [&perm](int inner, const char* child) { return applyToTree(inner, child, perm); });
     if (rc != 0) return rc;
-    // Owner first: a chown clears the set-id bits that the mode then sets.
-    if (fchown(fd.get(), perm.uid, perm.gid) != 0) return -errno;
-    return fchmod(fd.get(), perm.mode) == 0 ? 0 : -errno;
+    return fileops::setOwnerAndMode(fd.get(), perm.uid, perm.gid, perm.mode);
 }
 
 int applyToTree(int dir, const char* name, const Permission& perm) {

@@ -16,11 +16,10 @@ namespace fileops {
 
 namespace {
 
-// Owner first: a chown clears the set-id bits that the mode then restores.
 // Times last, once nothing more is written below a directory.
 int applyAttributes(int fd, const struct stat& st) {
-    if (fchown(fd, st.st_uid, st.st_gid) != 0) return -errno;
-    if (fchmod(fd, st.st_mode & 07777) != 0) return -errno;
+    int rc = setOwnerAndMode(fd, st.st_uid, st.st_gid, st.st_mode & 07777);
+    if (rc != 0) return rc;
     const struct timespec times[2] = {st.st_atim, st.st_mtim};
     if (futimens(fd, times) != 0) return -errno;
     return 0;

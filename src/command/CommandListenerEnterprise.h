@@ -274,7 +274,8 @@ public:
         int runCommand(SocketClient* cli, int argc, char** argv, Pelk* pelk) override;
         int parseCmd(int argc, char** argv);
         // Measures or clears one item below the package's directory; 0 or -1.
-        int handleItem(Partition* partition, const char* item, char* sizes, size_t sizesSize);
+        int handleItem(Partition* partition, const char* base, bool installed, const char* item, char* sizes,
+                       size_t sizesSize);
         int mExpectedArgc = 8;
         int mUserId = -1;
         char mSubCommand[PATH_SIZE] = {};

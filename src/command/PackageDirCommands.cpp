@@ -56,10 +56,15 @@ int CommandListenerEnterprise::handleEncPkgCmd::runCommand(SocketClient* cli, in
     char* save = nullptr;
     char* item = strtok_r(mItemList, "|", &save);
     if (!item) return pelk::replyFailed(cli);
+    // Neither the package's directory nor whether it is installed depends
+    // on the item: each is looked up once (the package list is a file).
+    char base[kPkgPathSize] = {};
+    partition.getPkgPath(mPackageName, base, sizeof(base));
+    const bool installed = is_valid_package(mPackageName);
     // The count is not checked against the list: the walk ends with the list.
     for (int handled = 0; item && handled < mItemCount; ++handled) {
         // Items handled before a failure stay handled (cleared stays cleared).
-        if (handleItem(&partition, item, sizes, sizeof(sizes)) != 0) return pelk::replyFailed(cli);
+        if (handleItem(&partition, base, installed, item, sizes, sizeof(sizes)) != 0) return pelk::replyFailed(cli);
         item = strtok_r(nullptr, "|", &save);
     }
     if (strcmp(mSubCommand, "calculate_pkg_dir") == 0) {
@@ -70,10 +75,10 @@ int CommandListenerEnterprise::handleEncPkgCmd::runCommand(SocketClient* cli, in
     return 0;
 }
 
-int CommandListenerEnterprise::handleEncPkgCmd::handleItem(Partition* partition, const char* item, char* sizes,
-                                                           size_t sizesSize) {
-    char path[kPkgPathSize] = {};
-    partition->getPkgPath(mPackageName, path, sizeof(path));
+int CommandListenerEnterprise::handleEncPkgCmd::handleItem(Partition* partition, const char* base, bool installed,
+                                                           const char* item, char* sizes, size_t sizesSize) {
+    char path[kPkgPathSize];
+    snprintf(path, sizeof(path), "%s", base);
     // A relative item names a path below the package's directory; an
     // absolute one stands for the package's directory itself.
     int relative = 0;
@@ -86,7 +91,7 @@ int CommandListenerEnterprise::handleEncPkgCmd::handleItem(Partition* partition,
         SLOGE("Only canonical path can be handled..");
         return -1;
     }
-    if (!is_valid_package(mPackageName)) {
+    if (!installed) {
         SLOGE("It is not the real package on the system..");
         return -1;
     }

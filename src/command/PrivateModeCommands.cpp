@@ -11,6 +11,7 @@
 #include "command/CommandListenerPrivate.h"
 #include "command/CommandLog.h"
 #include "command/CommandReply.h"
+#include "manager/PrivateModePaths.h"
 #include "manager/PrivatePartitionManager.h"
 #include "partition/Partition.h"
 
@@ -22,8 +23,6 @@ namespace {
 // Words of each line that may be logged: the paths of a mount, but no password.
 const int kMountLoggedWords = 4;
 const int kChangeLoggedWords = 2;
-// The bind of the writable view that the media side looks for.
-const char kMediaLink[] = "/mnt/media_rw/Private";
 // The area that stands for the media link when it is taken down: a kind
 // without paths of its own, given the link's path.
 constexpr int kMediaLinkType = 'd';
@@ -72,15 +71,15 @@ int CommandListenerPrivate::unmountPrivateModeCmd::runCommand(SocketClient* cli,
     if (parseCmd(argc, argv) != 0) return replyWrongCount(cli, argc, mExpectedArgc);
     Partition mediaLink(mUserId, kMediaLinkType, nullptr, false);
     Partition store(mUserId, PARTITION_PRIVATE_MODE, nullptr, false);
-    pelk::copyWord(mediaLink.mMntPath, sizeof(mediaLink.mMntPath), kMediaLink);
+    pelk::copyWord(mediaLink.mMntPath, sizeof(mediaLink.mMntPath), pelk::kPrivateMediaLink);
 
     // The link goes first; while it is held the store stays mounted, views
     // and all, so nothing is cut from under the media side.
     if (manager->unmount(&mediaLink) != 0) {
-        SLOGE("Unmount ERROR [%s]", kMediaLink);
+        SLOGE("Unmount ERROR [%s]", pelk::kPrivateMediaLink);
         return pelk::replyFailed(cli);
     }
-    if (rmdir(kMediaLink) != 0) SLOGE("Failed to remove media link");
+    if (rmdir(pelk::kPrivateMediaLink) != 0) SLOGE("Failed to remove media link");
     if (manager->unmount(&store) == 0) return pelk::replySuccess(cli);
     SLOGE("Unmount ERROR [%s]", store.mMntPath);
     return pelk::replyFailed(cli);

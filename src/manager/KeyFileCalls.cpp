@@ -32,6 +32,14 @@ private:
 
 }  // namespace
 
+int createKeyFile(const char* path, const char* password) {
+    if (fips_create_edk(path, password) != 0) {
+        SLOGE("create failed :: Error\n");
+        return -1;
+    }
+    return 0;
+}
+
 int verifyKeyFilePassword(const char* path, const char* password) {
     PasswordCopy copy(password);
     // No memory for the copy: the password cannot be checked.

@@ -5,6 +5,9 @@
 
 namespace pelk {
 
+// Makes the key file at path wrapped under password; logs "create failed ::
+// Error\n" and answers -1 when the library fails, else 0.
+int createKeyFile(const char* path, const char* password);
 // The library's answer to whether password opens the key file at path (0
 // when it does). The library is handed a private copy of the password (null
 // stays null), wiped as soon as it answers.

@@ -177,10 +177,7 @@ int Pelk::createKey(int userId, const char* password, int keyType) {
         deEdkPath(userId, path);
     else
         edkPath(userId, path);
-    if (fips_create_edk(path, password) != 0) {
-        SLOGE("create failed :: Error\n");
-        return -1;
-    }
+    if (pelk::createKeyFile(path, password) != 0) return -1;
     // The container EDK keeps the mode and owner the library gave it.
     if (keyType == kKeyTypeDeEdk) return restrictToSystem(path);
     return 0;

@@ -12,6 +12,7 @@
 
 #include "manager/MountCalls.h"
 #include "manager/Pelk.h"
+#include "manager/PrivateModePaths.h"
 #include "partition/Partition.h"
 #include "process/ProcessKiller.h"
 
@@ -24,11 +25,6 @@ constexpr int kSignalAfterTry[] = {0, 0, 0, 1, 2, 0};
 constexpr int kTries = 7;
 constexpr useconds_t kRetryPauseUs = 500 * 1000;
 
-const char* const kPrivateViews[] = {
-    "/mnt/runtime/default/Private",
-    "/mnt/runtime/read/Private",
-    "/mnt/runtime/write/Private",
-};
 const char* const kEmulatedViewBases[] = {
     "/mnt/zanth/default/emulated",
     "/mnt/zanth/read/emulated",
@@ -43,7 +39,7 @@ int Pelk::unmount(Partition* partition) {
         return -1;
     }
     if (partition->mType == PARTITION_PRIVATE_MODE) {
-        for (const char* view : kPrivateViews) {
+        for (const char* view : pelk::kPrivateViews) {
             if (doUnmount(view) != 0) return -1;
         }
     } else if (partition->mType == PARTITION_CE_SDCARD) {

@@ -19,10 +19,7 @@ void PrivatePartitionManager::keyFilePath(int userId, char (&path)[KEY_PATH_SIZE
 int PrivatePartitionManager::createKey(int userId, const char* password) {
     char path[KEY_PATH_SIZE];
     keyFilePath(userId, path);
-    if (fips_create_edk(path, password) != 0) {
-        SLOGE("create failed :: Error\n");
-        return -1;
-    }
+    if (pelk::createKeyFile(path, password) != 0) return -1;
     return 0;
 }
 

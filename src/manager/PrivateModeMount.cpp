@@ -14,8 +14,10 @@
 
 #include <private/android_filesystem_config.h>
 
+#include "manager/KeyFileCalls.h"
 #include "manager/MountCalls.h"
 #include "manager/MountPreCheck.h"
+#include "manager/PrivateModePaths.h"
 #include "manager/PrivatePartitionManager.h"
 #include "partition/Partition.h"
 
@@ -27,18 +29,14 @@ constexpr mode_t kViewMode = 0700;
 constexpr mode_t kMediaLinkMode = 0750;
 constexpr uid_t kSystemId = AID_SYSTEM;
 
-const char* const kViews[] = {
-    "/mnt/runtime/default/Private",
-    "/mnt/runtime/read/Private",
-    "/mnt/runtime/write/Private",
-};
-const char kWritableView[] = "/mnt/runtime/write/Private";
-const char kMediaLink[] = "/mnt/media_rw/Private";
+using pelk::kPrivateMediaLink;
+using pelk::kPrivateViews;
+using pelk::kPrivateWritableView;
 
 // Makes the view directories the sdcard program mounts on. Only a directory
 // made here is given to the system user; one that exists keeps its owner.
 void makeViewDirectories() {
-    for (const char* view : kViews) {
+    for (const char* view : kPrivateViews) {
         if (mkdir(view, kViewMode) == 0 && chown(view, kSystemId, kSystemId) != 0)
             SLOGW("Failed to chown %s (%s)", view, strerror(errno));
     }
@@ -59,7 +57,7 @@ int PrivatePartitionManager::ecryptfsMount(Partition* partition, const char* pas
     // First use: the key file is made with the password of this very mount.
     // A failure shows up as the verification failure just below.
     if (isFileExist(keyFile, 0) != 0) createKey(partition->mUserId, password);
-    if (fips_verify_password(keyFile, password) != 0) {
+    if (pelk::verifyKeyFilePassword(keyFile, password) != 0) {
         SLOGE("verify failed :: Error\n");
         return -1;
     }
@@ -72,11 +70,11 @@ int PrivatePartitionManager::ecryptfsMount(Partition* partition, const char* pas
 
     makeViewDirectories();
     if (mountSdcardfs(partition) == -1) return -1;
-    if (fs_prepare_dir(kMediaLink, kMediaLinkMode, kSystemId, kSystemId) != 0) {
+    if (fs_prepare_dir(kPrivateMediaLink, kMediaLinkMode, kSystemId, kSystemId) != 0) {
         SLOGE("Failed to prepare media link");
         return -1;
     }
-    if (pelk::bindMount(kWritableView, kMediaLink) != 0) {
+    if (pelk::bindMount(kPrivateWritableView, kPrivateMediaLink) != 0) {
         SLOGE("Failed to bind media link");
         return -1;
     }
