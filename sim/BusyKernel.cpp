@@ -12,6 +12,7 @@
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,30 +53,40 @@ int exitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : 12
 
 int runWithBusyKernel(const std::function<int()>& work, const std::function<bool(const std::string&)>& busy,
                       const std::function<void(pid_t)>& started) {
-    int ready[2];
-    if (pipe2(ready, O_CLOEXEC) != 0) return -1;
-    pelk::UniqueFd readEnd(ready[0]);
-    pelk::UniqueFd writeEnd(ready[1]);
+    // One end each: the child sends its listener's number and waits for the go-ahead, so it cannot run (or exit)
+    // before the parent holds a copy of the listener; a child gone before the copy could never be answered.
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return -1;
+    pelk::UniqueFd parentEnd(ends[0]);
+    pelk::UniqueFd childEnd(ends[1]);
     pid_t child = fork();
     if (child == 0) {
+        parentEnd.reset();
         int listener = interceptUmount();
-        if (!pelk::writeFully(writeEnd.get(), &listener, sizeof(listener)) || listener < 0) _exit(255);
+        char go = 0;
+        if (!pelk::writeFully(childEnd.get(), &listener, sizeof(listener)) || listener < 0 ||
+            pelk::readFully(childEnd.get(), &go, 1) != 1)
+            _exit(255);
+        childEnd.reset();
         _exit(work() & 0xff);
     }
-    writeEnd.reset();
+    childEnd.reset();
     int childListener = -1;
-    if (child < 0 || pelk::readFully(readEnd.get(), &childListener, sizeof(childListener)) != sizeof(childListener))
-        return -1;
-    pelk::UniqueFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-    pelk::UniqueFd listener(pidfd.ok() && childListener >= 0
-                                ? static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0))
-                                : -1);
-    if (!listener.ok()) {
+    if (child < 0) return -1;
+    pelk::UniqueFd listener;
+    if (pelk::readFully(parentEnd.get(), &childListener, sizeof(childListener)) == sizeof(childListener) &&
+        childListener >= 0) {
+        pelk::UniqueFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+        if (pidfd.ok()) listener.reset(static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), childListener, 0)));
+    }
+    const char go = 1;
+    if (!listener.ok() || !pelk::writeFully(parentEnd.get(), &go, 1)) {
         // Nobody could answer the child's calls: it would wait forever.
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
         return -1;
     }
+    parentEnd.reset();
     if (started) started(child);
     for (;;) {
         int status = 0;
