@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <log/record_file.h>
 #include <private/android_filesystem_config.h>
 #include <algorithm>
 #include <cerrno>
@@ -251,6 +252,7 @@ int resetDevice() {
     }
     closedir(root);
     for (const auto& p : wipe) removeTree(p);
+    hostlog::RecordFile::deviceWiped();  // our own log must not go on into the removed files
     // /dev keeps the host's nodes; everything the device made there goes.
     DIR* dev = opendir("/dev");
     if (dev) {

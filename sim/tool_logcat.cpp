@@ -1,7 +1,8 @@
-// The device's logcat: prints the device log that the host liblog writes
-// ("/sim/log/logcat", already in threadtime form) and, unless -d is given,
-// keeps following it like the real one until it is killed or its reader
-// goes away; a log file removed and created anew (device reset) is picked up.
+// The device's logcat: prints the records the host liblog keeps
+// ("/sim/log/records", every process of the device appending) in threadtime
+// form and, unless -d is given, keeps following them like the real one until
+// it is killed or its reader goes away; a record file removed and created
+// anew (device reset) is picked up.
 //
 //   logcat [-v threadtime] [-b buffer]... [-d] [-c] [-s] [tag:priority]...
 //
@@ -14,6 +15,7 @@
 #include <getopt.h>
 #include <log/log.h>
 #include <log/log_filter.h>
+#include <log/log_records.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,7 +29,7 @@
 
 namespace {
 
-const char kDeviceLog[] = "/sim/log/logcat";
+const char kDeviceLog[] = "/sim/log/records";
 const int kFollowPollMs = 50;
 
 bool knownBuffer(const char* name) {
@@ -36,34 +38,20 @@ bool knownBuffer(const char* name) {
     return false;
 }
 
-// Tag and priority of a threadtime line "MM-DD HH:MM:SS.mmm  PID  TID P TAG: text".
-bool parseLine(const std::string& line, std::string* tag, int* priority) {
-    char letter = 0;
-    int end = 0;
-    if (sscanf(line.c_str(), "%*s %*s %*d %*d %c %n", &letter, &end) != 1 || end == 0) return false;
-    size_t colon = line.find(": ", static_cast<size_t>(end));
-    if (colon == std::string::npos) return false;
-    *tag = line.substr(static_cast<size_t>(end), colon - static_cast<size_t>(end));
-    tag->erase(tag->find_last_not_of(' ') + 1);
-    *priority = hostlog::priorityFromLetter(letter);
-    return *priority >= 0;
-}
-
 class Printer {
 public:
     explicit Printer(const hostlog::TagFilter* filter) : filter_(filter) {}
 
-    // Writes the complete lines of text that pass the filter. Answers false
-    // when nobody reads our output any more.
+    // Writes the complete records of text that pass the filter. Answers
+    // false when nobody reads our output any more.
     bool print(const std::string& text) {
         std::string out;
         size_t start = 0;
         for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1) {
-            std::string line = text.substr(start, nl - start);
-            std::string tag;
-            int priority = 0;
-            if (filter_ && parseLine(line, &tag, &priority) && !filter_->allows(tag, priority)) continue;
-            out += line + '\n';
+            LogRecord record{};
+            if (!liblog_decode_record(text.substr(start, nl - start), &record)) continue;
+            if (filter_ && !filter_->allows(record.tag, record.priority)) continue;
+            out += liblog_threadtime(record);
         }
         return writeAll(out);
     }

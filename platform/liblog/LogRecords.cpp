@@ -15,7 +15,8 @@ namespace hostlog {
 namespace {
 
 RecordFile& records() {
-    static auto* file = new RecordFile("/sim/log/records");
+    // Every log call appends here: looked at only now and then, so a record costs one write.
+    static auto* file = new RecordFile("/sim/log/records", RecordFile::Recheck::Periodically);
     return *file;
 }
 
@@ -39,20 +40,6 @@ void encode(const LogEntry& e, std::string* out) {
     *out += '\n';
 }
 
-bool decode(const std::string& line, LogRecord* out) {
-    std::vector<std::string> f = splitFields(line);
-    if (f.size() != 8) return false;
-    out->buffer = atoi(f[0].c_str());
-    out->priority = atoi(f[1].c_str());
-    out->pid = static_cast<pid_t>(atol(f[2].c_str()));
-    out->tid = static_cast<pid_t>(atol(f[3].c_str()));
-    out->when.tv_sec = static_cast<time_t>(atoll(f[4].c_str()));
-    out->when.tv_nsec = atol(f[5].c_str());
-    out->tag = unescapeField(f[6]);
-    out->text = unescapeField(f[7]);
-    return true;
-}
-
 }  // namespace
 
 void keepRecord(const LogEntry& entry) {
@@ -67,11 +54,25 @@ void keepRecord(const LogEntry& entry) {
 
 }  // namespace hostlog
 
+bool liblog_decode_record(const std::string& line, LogRecord* out) {
+    std::vector<std::string> f = hostlog::splitFields(line);
+    if (f.size() != 8) return false;
+    out->buffer = atoi(f[0].c_str());
+    out->priority = atoi(f[1].c_str());
+    out->pid = static_cast<pid_t>(atol(f[2].c_str()));
+    out->tid = static_cast<pid_t>(atol(f[3].c_str()));
+    out->when.tv_sec = static_cast<time_t>(atoll(f[4].c_str()));
+    out->when.tv_nsec = atol(f[5].c_str());
+    out->tag = hostlog::unescapeField(f[6]);
+    out->text = hostlog::unescapeField(f[7]);
+    return true;
+}
+
 std::vector<LogRecord> liblog_records() {
     std::vector<LogRecord> out;
     for (const std::string& line : hostlog::splitLines(hostlog::records().readAll())) {
         LogRecord r{};
-        if (hostlog::decode(line, &r)) out.push_back(std::move(r));
+        if (liblog_decode_record(line, &r)) out.push_back(std::move(r));
     }
     return out;
 }

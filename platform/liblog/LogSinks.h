@@ -23,10 +23,8 @@ struct LogEntry {
     std::string_view text;
 };
 
-// The shared record file behind the log_records.h queries.
+// The shared record file behind the log_records.h queries and logcat.
 void keepRecord(const LogEntry& entry);
-// The device log "/sim/log/logcat" in logcat's threadtime form.
-void appendDeviceLog(const LogEntry& entry);
 // stderr, filtered by ANDROID_LOG_TAGS.
 void echoToStderr(const LogEntry& entry);
 

@@ -1,5 +1,5 @@
-// The device's logging calls. Every record goes to the shared record file,
-// the device log and (filtered) stderr.
+// The device's logging calls. Every record goes to the shared record file
+// (one write, as a device's logger takes one) and, filtered, to stderr.
 #include <log/log.h>
 
 #include <cstdarg>
@@ -13,7 +13,6 @@ int writeLog(int buffer, int priority, const char* tag, const char* text) {
     hostlog::LogEntry entry{buffer, priority, hostlog::callerPid(), hostlog::callerTid(), {}, tag ? tag : "", text};
     clock_gettime(CLOCK_REALTIME, &entry.when);
     hostlog::keepRecord(entry);
-    hostlog::appendDeviceLog(entry);
     hostlog::echoToStderr(entry);
     // What the device's logger answers: the payload bytes (priority, tag and
     // text with their terminators).

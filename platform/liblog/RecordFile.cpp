@@ -2,6 +2,7 @@
 #include <log/record_file.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -57,17 +58,48 @@ bool unlinkedUnderUs(int fd) {
     return fstat(fd, &st) != 0 || st.st_nlink == 0;
 }
 
+// Bumped by deviceWiped(); a descriptor opened under an older one is stale.
+unsigned sWipes = 0;  // guarded by recordLock()
+
+long long coarseMillis() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // read from memory, not a system call
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+const long long kRecheckMs = 50;
+
 }  // namespace
 
 struct RecordFile::State {
     std::string path;
+    Recheck recheck;
     pelk::UniqueFd fd;
+    unsigned openedAtWipe = 0;
+    long long lastLookMs = 0;
     std::string memory;  // records kept in-process outside the device
+
+    // Whether fd may still be the file at path.
+    bool fdStillCurrent() {
+        if (!fd.ok() || openedAtWipe != sWipes) return false;
+        if (recheck == Recheck::Periodically) {
+            long long now = coarseMillis();
+            if (now - lastLookMs < kRecheckMs) return true;
+            lastLookMs = now;
+        }
+        return !unlinkedUnderUs(fd.get());
+    }
 };
 
-RecordFile::RecordFile(const char* path) : state_(new State) {
+RecordFile::RecordFile(const char* path, Recheck recheck) : state_(new State) {
     state_->path = path;
+    state_->recheck = recheck;
     registerForkHandlers();
+}
+
+void RecordFile::deviceWiped() {
+    std::lock_guard<std::mutex> guard(recordLock());
+    ++sWipes;
 }
 
 RecordFile::~RecordFile() = default;
@@ -75,8 +107,11 @@ RecordFile::~RecordFile() = default;
 bool RecordFile::append(const std::string& text) {
     std::lock_guard<std::mutex> guard(recordLock());
     pelk::UniqueFd& fd = state_->fd;
-    if (fd.ok() && unlinkedUnderUs(fd.get())) fd.reset();
-    if (!fd.ok()) fd.reset(openForAppend(state_->path));
+    if (!state_->fdStillCurrent()) {
+        fd.reset(openForAppend(state_->path));
+        state_->openedAtWipe = sWipes;
+        state_->lastLookMs = coarseMillis();
+    }
     if (!fd.ok()) {
         if (onDevice()) return false;
         state_->memory += text;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <log/log.h>
+#include <log/log_records.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -19,11 +20,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// What logcat prints for every record so far.
 std::string deviceLog() {
-    std::ifstream in("/sim/log/logcat");
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    std::string text;
+    for (const LogRecord& r : liblog_records()) text += liblog_threadtime(r);
+    return text;
 }
 
 // Runs a shell command on the device; answers its output and exit status.
@@ -138,7 +139,7 @@ TEST(Logcat, StreamsNewLinesAcrossARecreatedLog) {
     EXPECT_NE(seen.find("E pelkd   : second\n"), std::string::npos) << seen;
 
     // The device is wiped under the running logcat; the new log is followed.
-    ASSERT_EQ(unlink("/sim/log/logcat"), 0);
+    ASSERT_EQ(unlink("/sim/log/records"), 0);
     poll(nullptr, 0, 120);
     __android_log_print(ANDROID_LOG_WARN, "pelkd", "after the wipe");
     EXPECT_NE(logcat.readUntil("after the wipe").find("W pelkd   : after the wipe\n"), std::string::npos);

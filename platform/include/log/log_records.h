@@ -1,7 +1,8 @@
 // Host-only: the records the host liblog keeps, for tests and the simulator.
 // Every process of the device appends to the same record file
-// ("/sim/log/records"), so a test can assert on lines that a daemon in
-// another process logged. Outside the device the records stay in-process.
+// ("/sim/log/records"), one write per record, so a test can assert on lines
+// that a daemon in another process logged; logcat reads the same file.
+// Outside the device the records stay in-process.
 #pragma once
 
 #include <sys/types.h>
@@ -29,3 +30,8 @@ void liblog_clear();
 int liblog_count(const std::string& text, const char* tag = nullptr, int priority = -1, int buffer = -1);
 // True when some record's text contains the given bytes.
 bool liblog_any_contains(const std::string& fragment);
+// One line of the record file into out; false when it is not a record.
+bool liblog_decode_record(const std::string& line, LogRecord* out);
+// What logcat prints for a record in its threadtime form: a line
+// "MM-DD HH:MM:SS.mmm  PID  TID P TAG     : text" per line of the message.
+std::string liblog_threadtime(const LogRecord& record);

@@ -4,8 +4,11 @@
 // Each record is one line, appended with a single write() on an O_APPEND
 // descriptor, so records of concurrent processes never interleave. A record
 // file removed under a writer (the test harness wipes /sim between tests) is
-// noticed (link count 0) and created anew by the next append. Outside the
-// device (no "/sim" directory) records are kept in this process only.
+// noticed (link count 0) and created anew: at the next append, or for a hot
+// file (the log) at the first append 50 ms after the last look, so that a
+// log call stays one system call. A wipe by this process (deviceWiped) is
+// noticed at once. Outside the device (no "/sim" directory) records are kept
+// in this process only.
 #pragma once
 
 #include <memory>
@@ -17,9 +20,10 @@ namespace hostlog {
 
 class RecordFile {
 public:
+    enum class Recheck { EveryAppend, Periodically };
     // path: e.g. "/sim/log/records". The object is meant to live for the
     // whole process (a function-local static), as descriptors stay cached.
-    explicit RecordFile(const char* path);
+    explicit RecordFile(const char* path, Recheck recheck = Recheck::EveryAppend);
     ~RecordFile();
     RecordFile(const RecordFile&) = delete;
     RecordFile& operator=(const RecordFile&) = delete;
@@ -31,6 +35,9 @@ public:
     std::string readAll();
     // Empties the file for every process (writers keep appending to it).
     void clear();
+    // This process has just removed the device's files: every record file
+    // of the process opens its path again at its next append.
+    static void deviceWiped();
 
 private:
     struct State;
