@@ -253,6 +253,7 @@ int resetDevice() {
     closedir(root);
     for (const auto& p : wipe) removeTree(p);
     hostlog::RecordFile::deviceWiped();  // our own log must not go on into the removed files
+    devprofile::forgetCachedCopy();      // nor our profile lookups trust a removed change count
     // /dev keeps the host's nodes; everything the device made there goes.
     DIR* dev = opendir("/dev");
     if (dev) {

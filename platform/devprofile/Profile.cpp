@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +19,31 @@
 namespace devprofile {
 namespace {
 
+// Every writer bumps this count, in a small file beside the profile mapped
+// by every process of the device, after it replaced the profile. A reader
+// whose copy was read at the current count needs no system call to know it
+// is current: values are looked up on every command the daemon serves.
+using ChangeCount = std::atomic<uint64_t>;
+static_assert(ChangeCount::is_always_lock_free, "the count is shared between processes");
+
+// The count of the profile at path, mapped; nullptr where it cannot be
+// (outside the device, a read-only tree): then the file is looked at each time.
+ChangeCount* mapChangeCount(const std::string& profilePath) {
+    std::string countPath = profilePath + ".changes";
+    int fd = open(countPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) return nullptr;
+    struct stat st;
+    bool sized = fstat(fd, &st) == 0 &&
+                 (st.st_size >= static_cast<off_t>(sizeof(ChangeCount)) || ftruncate(fd, sizeof(ChangeCount)) == 0);
+    void* at = sized ? mmap(nullptr, sizeof(ChangeCount), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0) : MAP_FAILED;
+    close(fd);  // the mapping stays
+    return at == MAP_FAILED ? nullptr : static_cast<ChangeCount*>(at);
+}
+
+void unmapChangeCount(ChangeCount* count) {
+    if (count) munmap(count, sizeof(ChangeCount));
+}
+
 struct Cache {
     std::mutex lock;
     dev_t dev = 0;
@@ -23,6 +51,10 @@ struct Cache {
     timespec mtime{};
     off_t size = -1;
     std::map<std::string, std::string> values;
+    bool mapped = false;  // count below asked for (it may still be nullptr)
+    ChangeCount* count = nullptr;
+    uint64_t readAtCount = 0;
+    bool current = false;  // values were read at readAtCount
 };
 
 Cache& cache() {
@@ -49,22 +81,33 @@ std::string readAll(int fd) {
     return text;
 }
 
-std::map<std::string, std::string> load() {
-    Cache& c = cache();
-    std::lock_guard<std::mutex> guard(c.lock);
+// Brings c.values up to date with the file; c.lock held.
+void refresh(Cache& c) {
     std::string p = path();
+    if (!c.mapped) {
+        c.count = mapChangeCount(p);
+        c.mapped = true;
+    }
+    // Taken before the file is read: a change made meanwhile shows as a newer count next time.
+    uint64_t count = c.count ? c.count->load(std::memory_order_acquire) : 0;
+    if (c.count && c.current && count == c.readAtCount) return;
+    c.readAtCount = count;
+    c.current = c.count != nullptr;
     struct stat st;
     if (stat(p.c_str(), &st) != 0) {
         c.values.clear();
         c.size = -1;
-        return c.values;
+        return;
     }
     if (st.st_dev == c.dev && st.st_ino == c.ino && st.st_size == c.size && st.st_mtim.tv_sec == c.mtime.tv_sec &&
         st.st_mtim.tv_nsec == c.mtime.tv_nsec) {
-        return c.values;
+        return;
     }
     int fd = open(p.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return c.values;
+    if (fd < 0) {
+        c.current = false;
+        return;
+    }
     struct stat now;
     fstat(fd, &now);
     c.values = parse(readAll(fd));
@@ -73,7 +116,22 @@ std::map<std::string, std::string> load() {
     c.ino = now.st_ino;
     c.size = now.st_size;
     c.mtime = now.st_mtim;
+}
+
+std::map<std::string, std::string> load() {
+    Cache& c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    refresh(c);
     return c.values;
+}
+
+// One value, or fallback; no copy of the whole profile.
+std::string lookUp(const std::string& key, const std::string& fallback) {
+    Cache& c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    refresh(c);
+    auto it = c.values.find(key);
+    return it == c.values.end() ? fallback : it->second;
 }
 
 // Holds the writers' lock for one read-modify-write of the profile.
@@ -115,6 +173,10 @@ bool writeLocked(const std::map<std::string, std::string>& values) {
         unlink(tmp.c_str());
         return false;
     }
+    // Mapped afresh: this process's own mapping may be of a count wiped with the device.
+    ChangeCount* count = mapChangeCount(path());
+    if (count) count->fetch_add(1, std::memory_order_release);
+    unmapChangeCount(count);
     return true;
 }
 
@@ -136,11 +198,7 @@ std::string path() {
 
 std::map<std::string, std::string> snapshot() { return load(); }
 
-std::string get(const std::string& key, const std::string& fallback) {
-    auto values = load();
-    auto it = values.find(key);
-    return it == values.end() ? fallback : it->second;
-}
+std::string get(const std::string& key, const std::string& fallback) { return lookUp(key, fallback); }
 
 long getInt(const std::string& key, long fallback) {
     std::string v = get(key);
@@ -190,6 +248,16 @@ bool shouldFail(const char* function) {
         return true;
     });
     return fail;
+}
+
+void forgetCachedCopy() {
+    Cache& c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    unmapChangeCount(c.count);
+    c.count = nullptr;
+    c.mapped = false;
+    c.current = false;
+    c.size = -1;
 }
 
 double timeScale() {

@@ -90,3 +90,16 @@ TEST(Profile, RequestedSleepIsCountedUnscaledAcrossForks) {
     waitpid(child, nullptr, 0);
     EXPECT_EQ(devprofile::requestedSleepMicros() - before, 3000000u);
 }
+
+// Readers trust their copy while the shared change count stands still; a
+// process that wiped the device's files starts over from the new ones.
+TEST(Profile, AWipeByThisProcessIsReadAfresh) {
+    ASSERT_TRUE(devprofile::set("prop.ro.build.PDA", "OLD"));
+    ASSERT_EQ(devprofile::get("prop.ro.build.PDA"), "OLD");
+    ASSERT_EQ(unlink(devprofile::path().c_str()), 0);
+    ASSERT_EQ(unlink((devprofile::path() + ".changes").c_str()), 0);
+    devprofile::forgetCachedCopy();
+    EXPECT_EQ(devprofile::get("prop.ro.build.PDA"), "");
+    ASSERT_TRUE(devprofile::set("prop.ro.build.PDA", "NEW"));
+    EXPECT_EQ(devprofile::get("prop.ro.build.PDA"), "NEW");
+}

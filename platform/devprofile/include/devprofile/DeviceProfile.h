@@ -5,8 +5,10 @@
 // environment variable PELK_PROFILE names another one), with one
 // "key=value" per line. Every process reads it afresh when it changes, so a
 // value set by a test is seen at once by a daemon running in another process.
-// Writers take an exclusive lock on "<profile>.lock" and replace the file
-// atomically, so concurrent writers never lose each other's changes.
+// Writers take an exclusive lock on "<profile>.lock", replace the file
+// atomically, so concurrent writers never lose each other's changes, and
+// then count the change in "<profile>.changes", which every reader maps: a
+// lookup in an unchanged profile costs no system call.
 //
 // Keys:
 //   fbe=0|1              file-based encryption (isFBESupported); default 1
@@ -49,6 +51,9 @@ bool set(const std::string& key, const std::string& value);
 bool erase(const std::string& key);
 // Replaces the whole profile with the given keys.
 bool replace(const std::map<std::string, std::string>& values);
+// This process removed the profile and its change count with the device's
+// files: the next lookup maps the new count and reads the file again.
+void forgetCachedCopy();
 
 // Arms "fail the next N calls of FUNCTION".
 bool failNext(const std::string& function, int times = 1);
