@@ -40,8 +40,15 @@ run: build
 	mkdir -p $(BUILD)/state
 	$(BUILD)/sim/pelk-device --state $(BUILD)/state -- /bin/bash $(CURDIR)/sim/demo.sh
 
+# Each benchmark also prints "BENCH|..." lines; the closing table gathers them.
 bench: build
-	for b in $(BUILD)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+	@rm -f $(BUILD)/bench.log $(BUILD)/bench.failed
+	for b in $(BUILD)/bench/bench_*; do [ -x "$$b" ] || continue; \
+	  { "$$b" || echo "$$b" >> $(BUILD)/bench.failed; } | tee -a $(BUILD)/bench.log | grep -v '^BENCH|'; \
+	done; true
+	@echo; echo "engine against the standard tool (engine/tool < 1: the engine is faster)"
+	@tools/bench-table $(BUILD)/bench.log
+	@if [ -f $(BUILD)/bench.failed ]; then echo "failed:"; cat $(BUILD)/bench.failed; exit 1; fi
 
 format: deps
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

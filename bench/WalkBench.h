@@ -62,8 +62,17 @@ struct Sample {
     std::vector<double> tool;
 };
 
+// The machine-readable line of one comparison, which `make bench` gathers
+// into its closing table (tools/bench-table). Both figures are costs in the
+// same unit (time per job), so engine/tool below 1 means the engine is faster.
+inline void summary(const char* job, double engine, const char* unit, const char* tool, double toolFigure) {
+    printf("BENCH|%s|%.3f|%s|%s|%.3f\n", job, engine, unit, tool, toolFigure);
+    fflush(stdout);
+}
+
 inline void report(const char* job, const char* tool, const Sample& s) {
     double e = median(s.engine), t = median(s.tool);
+    summary(job, e * 1e3, "ms", tool, t * 1e3);
     printf("%-34s engine %9.3f ms | %-14s %9.3f ms | engine/tool %.2f  (median of %zu)\n", job, e * 1e3, tool, t * 1e3,
            t > 0 ? e / t : 0.0, s.engine.size());
     fflush(stdout);

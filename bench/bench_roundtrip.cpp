@@ -149,7 +149,8 @@ bool measureRates(Rates* out) {
     return true;
 }
 
-void printRates(const char* how, const Rates& r) {
+void printRates(const char* how, const char* row, const Rates& r) {
+    walkbench::summary(row, 1e6 / r.daemon, "us", "echo server", 1e6 / r.echo);
     printf("  %s\n", how);
     printf("    pelkd (\"pelk\")     %10.0f round trips/s  %8.2f us each\n", r.daemon, 1e6 / r.daemon);
     printf("    bare echo server   %10.0f round trips/s  %8.2f us each\n", r.echo, 1e6 / r.echo);
@@ -208,10 +209,10 @@ int runClient() {
     if (getenv(kOneCpuEnv) == nullptr) {
         printf("command round trips, \"is_mounted 10\" from a caller that passes the check\n");
         printf("  %d round trips per run on one connection, median of %d runs\n", kTripsPerRun, kRuns);
-        printRates("processes placed by the scheduler", rates);
+        printRates("processes placed by the scheduler", "command round trip", rates);
         return 0;
     }
-    printRates("every process pinned to one core (the work alone)", rates);
+    printRates("every process pinned to one core (the work alone)", "command round trip, one core", rates);
     double records = recordsPerTrip();
     if (records < 0) return 1;
     printShares(rates, logRecordMicros(), records);
