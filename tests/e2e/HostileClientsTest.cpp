@@ -2,7 +2,6 @@
 // that floods "pelk" with lines and never reads a reply (it needs no passed
 // caller check: refusals are replies too), and thousands of idle connections
 // under the device's limit of 1,024 descriptors.
-#include <dirent.h>
 #include <fcntl.h>
 #include <log/log_records.h>
 #include <poll.h>
@@ -14,7 +13,6 @@
 #include <vector>
 
 #include "Daemon.h"
-#include "base/UniqueHandle.h"
 #include "support/ListenerLog.h"
 #include "support/ProcessStatus.h"
 
