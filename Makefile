@@ -2,6 +2,7 @@
 # make run   - boot the simulated device, start the daemon, show a short session, open a shell
 # make build - plain build of everything under build/
 # make format-check - every C++ file as .clang-format lays it out (CI runs it)
+# make soak  - long runs under load, crashes and damaged key files (tests/soak)
 
 PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
             android-liblog-dev android-libcutils-dev android-platform-system-core-headers \
@@ -11,7 +12,7 @@ BUILD    := build
 ASAN     := build-asan
 JOBS     ?= $(shell nproc)
 
-.PHONY: deps build test run bench clean format format-check
+.PHONY: deps build test run bench clean format format-check soak
 
 deps:
 	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
@@ -31,7 +32,7 @@ build: deps
 test: deps
 	cmake -S . -B $(ASAN) -DCMAKE_BUILD_TYPE=Debug -DPELK_SANITIZE=ON >/dev/null
 	cmake --build $(ASAN) -j $(JOBS) -- --no-print-directory
-	cd $(ASAN) && ctest --output-on-failure -j 2
+	cd $(ASAN) && ctest --output-on-failure -j 2 -LE soak
 
 # Every run boots a fresh device: the session creates its container, keys
 # and private-mode password from nothing.
@@ -39,6 +40,13 @@ run: build
 	rm -rf $(BUILD)/state
 	mkdir -p $(BUILD)/state
 	$(BUILD)/sim/pelk-device --state $(BUILD)/state -- /bin/bash $(CURDIR)/sim/demo.sh
+
+# The soak (CTest label "soak", left out of `make test`): 100,000 + 10,000
+# command lines, pelkd killed mid-operation, damaged key files. CI runs the
+# short form: make soak SOAK_SCALE=short
+SOAK_SCALE ?= full
+soak: build
+	cd $(BUILD) && SOAK_SCALE=$(SOAK_SCALE) ctest -L soak -V
 
 # Each benchmark also prints "BENCH|..." lines; the closing table gathers them.
 bench: build

@@ -5,10 +5,13 @@
 // climbs out of the tree it names.
 #include <fcntl.h>
 #include <fileops/CopyFileImpl.h>
+#include <limits.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
 #include "ContainerPath.h"
 #include "FileContent.h"
@@ -37,6 +40,24 @@ int copyFile(const char* src, const char* dst, const struct stat* st, uid_t uid,
     return result;
 }
 
+// ".pelk-copy." and the target's name, cut to a name's longest.
+std::string stagingName(const std::string& target) {
+    std::string name = ".pelk-copy." + target;
+    if (name.size() > NAME_MAX) name.resize(NAME_MAX);
+    return name;
+}
+
+// Renames staging to target in dir unless target exists by then: a target
+// that appeared meanwhile belongs to someone else and is left alone.
+int renameIntoPlace(int dir, const char* staging, const char* target) {
+    if (renameat2(dir, staging, dir, target, RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL) return -errno;
+    // A filesystem without the flag: look, then rename.
+    struct stat st;
+    if (fstatat(dir, target, &st, AT_SYMLINK_NOFOLLOW) == 0) return -EEXIST;
+    return renameat(dir, staging, dir, target) == 0 ? 0 : -errno;
+}
+
 }  // namespace
 
 CopyFileImpl::CopyFileImpl() {}
@@ -61,8 +82,16 @@ int CopyFileImpl::CopyCommand(char* src, int, char* dst, int, unsigned int) {
     if (fstatat(to.parent.get(), to.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) return -EEXIST;
     if (errno != ENOENT) return -errno;
 
-    rc = fileops::copyEntry(from.parent.get(), from.name.c_str(), to.parent.get(), to.name.c_str());
-    // A target that appeared meanwhile belongs to someone else: leave it.
-    if (rc != 0 && rc != -EEXIST) fileops::removeEntry(to.parent.get(), to.name.c_str());
+    // The copy is filled under a staging name beside the target and renamed
+    // into place whole, so a copy cut short (the daemon killed mid-way)
+    // never leaves a half-written target that would also refuse the retry.
+    // A staging entry found here was left by such a copy: copies run one at
+    // a time, so no live copy owns it.
+    std::string staging = stagingName(to.name);
+    int dir = to.parent.get();
+    fileops::removeEntry(dir, staging.c_str());
+    rc = fileops::copyEntry(from.parent.get(), from.name.c_str(), dir, staging.c_str());
+    if (rc == 0) rc = renameIntoPlace(dir, staging.c_str(), to.name.c_str());
+    if (rc != 0) fileops::removeEntry(dir, staging.c_str());
     return rc;
 }

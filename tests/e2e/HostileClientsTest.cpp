@@ -2,7 +2,6 @@
 // that floods "pelk" with lines and never reads a reply (it needs no passed
 // caller check: refusals are replies too), and thousands of idle connections
 // under the device's limit of 1,024 descriptors.
-#include <dirent.h>
 #include <fcntl.h>
 #include <log/log_records.h>
 #include <poll.h>
@@ -14,8 +13,8 @@
 #include <vector>
 
 #include "Daemon.h"
-#include "base/UniqueHandle.h"
 #include "support/ListenerLog.h"
+#include "support/ProcessStatus.h"
 
 namespace {
 
@@ -23,6 +22,7 @@ using e2e::pelkctl;
 using listenerlog::Clock;
 using listenerlog::listenerLines;
 using listenerlog::msSince;
+using procstatus::openDescriptors;
 
 bool waitForLine(const std::string& text, int ms) { return listenerlog::waitForListenerLine(text, ms, 50, true); }
 
@@ -64,14 +64,6 @@ std::string exchange(const char* path, const std::string& line, int ms = 5000) {
         if (ch == '\0') return reply;
         reply += ch;
     }
-}
-
-int openDescriptors(pid_t pid) {
-    std::string path = "/proc/" + std::to_string(pid) + "/fd";
-    pelk::UniqueDir dir(opendir(path.c_str()));
-    int count = 0;
-    while (dir && readdir(dir.get()) != nullptr) ++count;
-    return count - 2;  // "." and ".."
 }
 
 const char kRefusal[] = "failed Permission denied";

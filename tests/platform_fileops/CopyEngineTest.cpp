@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fileops/CopyFileImpl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -144,7 +145,27 @@ TEST_F(CopyEngine, ACopyThatFailsHalfWayLeavesNoTarget) {
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &old));
     EXPECT_EQ(-EMFILE, rc);
     EXPECT_FALSE(exists(kRoot + "/dst"));
+    EXPECT_FALSE(exists(kRoot + "/.pelk-copy.dst"));
     EXPECT_EQ("x", readFile(deep + "/leaf"));
+}
+
+TEST_F(CopyEngine, WhatACopyCutShortLeftIsReplacedByTheRetry) {
+    ASSERT_TRUE(writeFile(kRoot + "/src/a", "whole a"));
+    ASSERT_TRUE(writeFile(kRoot + "/src/b", "whole b"));
+    // A copy killed with its process: half a tree under the staging name,
+    // nothing under the target's.
+    ASSERT_TRUE(writeFile(kRoot + "/.pelk-copy.dst/a", "who"));
+    EXPECT_EQ(0, copy(kRoot + "/src", kRoot + "/dst"));
+    EXPECT_EQ("whole a", readFile(kRoot + "/dst/a"));
+    EXPECT_EQ("whole b", readFile(kRoot + "/dst/b"));
+    EXPECT_FALSE(exists(kRoot + "/.pelk-copy.dst"));
+
+    // A single file too, and a target name too long to prefix.
+    const std::string longName(NAME_MAX, 'n');
+    EXPECT_EQ(0, copy(kRoot + "/src/a", kRoot + "/" + longName));
+    EXPECT_EQ("whole a", readFile(kRoot + "/" + longName));
+    int calls = 0;
+    EXPECT_EQ((std::vector<std::string>{"dst", longName, "src"}), scanAll(kRoot, &calls));
 }
 
 TEST_F(CopyEngine, ChunksCompleteTheFileWithTheLastRange) {
