@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <string>
@@ -70,7 +71,9 @@ inline int stopDaemon(pid_t pid) {
     if (pid <= 0) return -1;
     kill(pid, SIGTERM);
     int status = 0;
-    for (int i = 0; i < 3000; ++i) {
+    // By the clock: a sleep may end early, when a signal comes.
+    const time_t deadline = time(nullptr) + 30;
+    while (time(nullptr) < deadline) {
         pid_t done = waitpid(pid, &status, WNOHANG);
         if (done == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         if (done < 0) return -1;

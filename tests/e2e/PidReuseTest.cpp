@@ -165,12 +165,12 @@ TEST_F(PidReuse, ANumberSystemServerHadIsCheckedAfreshForItsNextOwner) {
 }
 
 TEST_F(PidReuse, AConnectionWhoseProcessExitedIsRefusedWhenSystemServerGetsItsNumber) {
-    // How far after the last pid an honest system_server's talker lands.
-    const int firstBase = freshPidBase();
-    const int talkerOffset = honestTalkerAfter(firstBase) - firstBase;
-    ASSERT_GT(talkerOffset, 0) << "the honest system_server did not pass";
     std::string why;
     for (int attempt = 0; attempt < 5; ++attempt) {
+        // How far after the last pid an honest system_server's talker lands.
+        const int firstBase = freshPidBase();
+        const int talkerOffset = honestTalkerAfter(firstBase) - firstBase;
+        ASSERT_GT(talkerOffset, 0) << "the honest system_server did not pass";
         // A process connects, leaves the connection to this one, and exits.
         const int base = freshPidBase();
         ASSERT_TRUE(setLastPid(base));
@@ -193,7 +193,8 @@ TEST_F(PidReuse, AConnectionWhoseProcessExitedIsRefusedWhenSystemServerGetsItsNu
         ASSERT_TRUE(real.start());
         for (int i = 0; i < 500 && cmdlineOf(connector) != "system_server"; ++i) usleep(10000);
         if (cmdlineOf(connector) != "system_server") {
-            why = "pid " + std::to_string(connector) + " is [" + cmdlineOf(connector) + "]";
+            why = "pid " + std::to_string(connector) + " is [" + cmdlineOf(connector) + "], talker offset " +
+                  std::to_string(talkerOffset);
             continue;
         }
 
