@@ -3,6 +3,7 @@
 # make build - plain build of everything under build/
 # make format-check - every C++ file as .clang-format lays it out (CI runs it)
 # make soak  - long runs under load, crashes and damaged key files (tests/soak)
+# make tsan  - build the threaded suites with ThreadSanitizer and run them
 
 PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
             android-liblog-dev android-libcutils-dev android-platform-system-core-headers \
@@ -11,6 +12,12 @@ PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
 BUILD    := build
 ASAN     := build-asan
 JOBS     ?= $(shell nproc)
+TSAN     := build-tsan
+# The threaded suites: the socket listener, the manager and its reaper, the
+# daemon end to end, the event thread, the log threads. The end-to-end tests
+# run the device's programs (pelkd, pelkctl, ...), so those are built too.
+TSAN_SUITES := platform_sysutils manager e2e fs_handler log
+TSAN_TOOLS  := pelk-device pelk-profile $(patsubst sim/tool_%.cpp,%,$(wildcard sim/tool_*.cpp))
 
 .PHONY: deps build test run bench clean format format-check soak
 
@@ -63,6 +70,15 @@ format: deps
 
 format-check: deps
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+
+# A finding stops the run (halt_on_error) and fails it; tests/tsan.supp
+# lists the races kept on purpose, each with its reason.
+.PHONY: tsan
+tsan: deps
+	cmake -S . -B $(TSAN) -DCMAKE_BUILD_TYPE=Debug -DPELK_TSAN=ON >/dev/null
+	cmake --build $(TSAN) -j $(JOBS) --target $(addprefix test_,$(TSAN_SUITES)) $(TSAN_TOOLS) -- --no-print-directory
+	cd $(TSAN) && TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	  ctest --output-on-failure -j 2 -R '^($(subst $() ,|,$(TSAN_SUITES)))$$'
 
 clean:
 	rm -rf $(BUILD) $(ASAN)

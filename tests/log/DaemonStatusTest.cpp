@@ -4,6 +4,7 @@
 
 #include <regex>
 #include <string>
+#include <thread>
 
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
@@ -114,6 +115,32 @@ TEST_F(DaemonStatus, RunningLogAppendsStampedLinesBesideAPremountStream) {
     ASSERT_EQ(marker.size(), 3u);
     EXPECT_TRUE(stamped(marker[2], "NORMAL", "after"));
     EXPECT_EQ(liblog_count("PelkLog::~PelkLog", "pelklogd", ANDROID_LOG_INFO, LOG_ID_SYSTEM), 2);
+}
+
+// Pre-mount stamps its marker while the reaper thread writes the running
+// log: both take their time from the one shared stamp, and every line of
+// either file still comes out whole and stamped.
+TEST_F(DaemonStatus, PremountAndRunningLogStampFromTwoThreadsAtOnce) {
+    const int kLines = 100;
+    PelkLog premount;
+    premount.setDaemonStatus(0);
+    std::thread reaper([] {
+        for (int i = 0; i < kLines; ++i) PelkLog::writeRunningLog(1, "reaped %d", i);
+    });
+    for (int i = 0; i < kLines; ++i) premount.stampPelkLog(0, "mounted %d", i);
+    reaper.join();
+    premount.setDaemonStatus(1);
+
+    auto marker = lines(readFile(kSuccess));
+    ASSERT_EQ(marker.size(), 1u + kLines);
+    for (int i = 0; i < kLines; ++i) {
+        EXPECT_TRUE(stamped(marker[1 + i], "NORMAL", "mounted " + std::to_string(i))) << marker[1 + i];
+    }
+    auto running = lines(readFile(kRunning));
+    ASSERT_EQ(running.size(), static_cast<size_t>(kLines));
+    for (int i = 0; i < kLines; ++i) {
+        EXPECT_TRUE(stamped(running[i], "ERROR", "reaped " + std::to_string(i))) << running[i];
+    }
 }
 
 TEST_F(DaemonStatus, RunningLogIsStartedAfreshFrom10001Bytes) {
