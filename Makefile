@@ -7,6 +7,8 @@ PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
             android-liblog-dev android-libcutils-dev android-platform-system-core-headers \
             libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux xxd \
             clang-format
+# The fuzzers' compiler and libFuzzer (make fuzz).
+PACKAGES += clang libclang-rt-14-dev
 BUILD    := build
 ASAN     := build-asan
 JOBS     ?= $(shell nproc)
@@ -48,6 +50,17 @@ format: deps
 
 format-check: deps
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+
+# Every fuzzer built for libFuzzer (Clang, ASan + UBSan) and run for
+# FUZZ_SECONDS over a copy of its seed corpus; one line of numbers each.
+FUZZ         := build-fuzz
+FUZZ_SECONDS ?= 60
+.PHONY: fuzz
+fuzz: deps
+	cmake -S . -B $(FUZZ) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
+	      -DPELK_SANITIZE=ON -DPELK_LIBFUZZER=ON >/dev/null
+	cmake --build $(FUZZ) -j $(JOBS) --target fuzzers -- --no-print-directory
+	fuzz/run_fuzzers.sh $(FUZZ) $(FUZZ_SECONDS)
 
 clean:
 	rm -rf $(BUILD) $(ASAN)

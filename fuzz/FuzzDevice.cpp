@@ -5,6 +5,7 @@
 #include <libxml/parser.h>
 #include <libxml/xmlerror.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -81,6 +82,9 @@ int enter() {
     if (sim::insideSandbox()) return 0;
     // The engine still records every line; only the echo is silenced.
     setenv("ANDROID_LOG_TAGS", "*:s", 1);
+    // As in the daemon: a peer that went away is an error result of the
+    // write, not the end of the process.
+    signal(SIGPIPE, SIG_IGN);
     char cwd[PATH_MAX];
     if (!getcwd(cwd, sizeof(cwd))) {
         fail("getcwd");
