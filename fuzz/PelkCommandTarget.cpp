@@ -3,7 +3,11 @@
 // its word, from a caller the check accepts, so each registered command's
 // own parsing and work runs on what the input says. The container manager
 // is the daemon's own singleton; the device holds two container users so
-// that the commands find someone to act for. Inputs may mount, create and
+// that the commands find someone to act for. An input that starts with '!'
+// runs (without that byte) on a device without file-based encryption, where
+// the partition and mount commands do their whole work rather than refuse
+// (user 10 is a legacy container there, as in the storage tests).
+// Inputs may mount, create and
 // delete freely inside the device, which is reset whenever the mount table
 // changed and every few inputs in any case.
 #include <devprofile/DeviceProfile.h>
@@ -52,7 +56,8 @@ void checkAccepted(Listener* listener, const fuzzcaller::SystemServerCaller& cal
 
 // What the device holds for the commands after every reset.
 void prepareDevice(Listener* listener, fuzzcaller::SystemServerCaller* caller) {
-    if (!devprofile::set("user.10", "zanth") || !devprofile::set("user.11", "legacy")) fail("cannot write the profile");
+    if (!devprofile::set("user.10", "zanth,legacy") || !devprofile::set("user.11", "zanth"))
+        fail("cannot write the profile");
     // The manager's own record of unlocked users and workers went with the
     // mounts and processes of the reset.
     Pelk::isUnlockedByCe.clear();
@@ -68,7 +73,16 @@ struct State {
     Listener listener;
     fuzzcaller::SystemServerCaller caller;
     long inputs = 0;
+    bool fileBasedEncryption = true;  // the profile's default after a reset
 };
+
+void setFileBasedEncryption(State* s, bool on) {
+    if (s->fileBasedEncryption == on) return;
+    // Without it, as the storage tests' legacy device: encryption running.
+    if (!devprofile::set("fbe", on ? "1" : "0") || !devprofile::set("ode", on ? "0" : "1"))
+        fail("cannot write the profile");
+    s->fileBasedEncryption = on;
+}
 
 State* setUp() {
     if (fuzzdevice::enter() != 0 || !fuzzdevice::reset()) fail("cannot set up the device");
@@ -83,8 +97,14 @@ State* setUp() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static State* s = setUp();
     if (++s->inputs % 256 == 0) liblog_clear();
+    bool withoutFbe = size > 0 && data[0] == '!';
+    setFileBasedEncryption(s, !withoutFbe);
+    if (withoutFbe) ++data, --size;
     fuzzfeed::feed(&s->listener, s->caller.listenerEnd(), s->caller.callerEnd(), data, size);
-    if (fuzzdevice::resetWhenDue(kResetEvery)) prepareDevice(&s->listener, &s->caller);
+    if (fuzzdevice::resetWhenDue(kResetEvery)) {
+        s->fileBasedEncryption = true;
+        prepareDevice(&s->listener, &s->caller);
+    }
     return 0;
 }
 

@@ -78,6 +78,10 @@ FRAMING = ["x is_mounted 10\n", "1 is_mounted \"10\n", "1 echo a\n2 echo b\0\n3 
 
 for word, lines in PELK.items():
     write("pelk_command", word, numbered(lines))
+# The storage tests' device without file-based encryption ('!' asks for it).
+for word in ("mount", "unmount", "create_partition", "remove_partition", "premount", "change_password",
+             "verify_password", "is_mounted", "sync_pkg_dir"):
+    write("pelk_command", word + "_nofbe", "!" + numbered(PELK["create_partition"] + PELK[word]))
 for word, lines in PPM.items():
     write("ppm_command", word, numbered(lines))
 for i, text in enumerate(FRAMING):

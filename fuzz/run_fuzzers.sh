@@ -4,16 +4,21 @@
 # then prints one line per fuzzer: executions, seconds, corpus size and the
 # crashes found. A crash's input is kept under <build>/fuzz-run/<name>/crashes/.
 #
-#   run_fuzzers.sh BUILD_DIR SECONDS
+#   run_fuzzers.sh BUILD_DIR SECONDS [NAME...]    (default: every fuzzer)
 set -uo pipefail
 build=$(cd "$1" && pwd)
 seconds=$2
+shift 2
 seeds=$(cd "$(dirname "$0")" && pwd)/corpus
+names=("$@")
+if [ ${#names[@]} -eq 0 ]; then
+    for dir in "$seeds"/*/; do names+=("$(basename "$dir")"); done
+fi
 
 failed=0
 printf '%-16s %12s %8s %8s %8s\n' fuzzer executions seconds corpus crashes
-for dir in "$seeds"/*/; do
-    name=$(basename "$dir")
+for name in "${names[@]}"; do
+    dir="$seeds/$name"
     run="$build/fuzz-run/$name"
     rm -rf "$run"
     mkdir -p "$run/corpus" "$run/crashes"
