@@ -84,6 +84,8 @@ for word in ("mount", "unmount", "create_partition", "remove_partition", "premou
     write("pelk_command", word + "_nofbe", "!" + numbered(PELK["create_partition"] + PELK[word]))
 for word, lines in PPM.items():
     write("ppm_command", word, numbered(lines))
+# Past the listener's 65536 bytes without an end, then a line after it.
+FRAMING.append("7 is_mounted " + "x" * 70000 + "\n8 is_mounted 10\n")
 for i, text in enumerate(FRAMING):
     write("pelk_command", "framing%d" % i, text)
     write("ppm_command", "framing%d" % i, text)
