@@ -4,11 +4,15 @@
 # make format-check - every C++ file as .clang-format lays it out (CI runs it)
 # make soak  - long runs under load, crashes and damaged key files (tests/soak)
 # make tsan  - build the threaded suites with ThreadSanitizer and run them
+# make fuzz  - every fuzzer under libFuzzer for FUZZ_SECONDS each
+# make bench - every benchmark against its standard tool, closing with one table
 
 PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
             android-liblog-dev android-libcutils-dev android-platform-system-core-headers \
             libxml2-dev libsqlite3-dev libssl-dev lsof psmisc procps util-linux xxd \
             clang-format
+# The fuzzers' compiler and libFuzzer (make fuzz).
+PACKAGES += clang libclang-rt-14-dev
 BUILD    := build
 ASAN     := build-asan
 JOBS     ?= $(shell nproc)
@@ -80,5 +84,16 @@ tsan: deps
 	cd $(TSAN) && TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 	  ctest --output-on-failure -j 2 -R '^($(subst $() ,|,$(TSAN_SUITES)))$$'
 
+# Every fuzzer built for libFuzzer (Clang, ASan + UBSan) and run for
+# FUZZ_SECONDS over a copy of its seed corpus; one line of numbers each.
+FUZZ         := build-fuzz
+FUZZ_SECONDS ?= 60
+.PHONY: fuzz
+fuzz: deps
+	cmake -S . -B $(FUZZ) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
+	      -DPELK_SANITIZE=ON -DPELK_LIBFUZZER=ON >/dev/null
+	cmake --build $(FUZZ) -j $(JOBS) --target fuzzers -- --no-print-directory
+	fuzz/run_fuzzers.sh $(FUZZ) $(FUZZ_SECONDS)
+
 clean:
-	rm -rf $(BUILD) $(ASAN)
+	rm -rf $(BUILD) $(ASAN) $(TSAN) $(FUZZ)
