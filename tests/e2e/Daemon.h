@@ -86,6 +86,16 @@ inline int stopDaemon(pid_t pid) {
 }
 
 // Runs pelkctl with these arguments, feeding it input on standard input.
+// Becomes pelkctl with args (in a forked child); exits 127 when it cannot.
+[[noreturn]] inline void execPelkctl(const std::vector<std::string>& args) {
+    std::string path = sim::toolPath("pelkctl");
+    std::vector<char*> argv{const_cast<char*>("pelkctl")};
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(path.c_str(), argv.data());
+    _exit(127);
+}
+
 inline CtlResult pelkctl(const std::vector<std::string>& args, const std::string& input = "") {
     CtlResult result;
     int in[2];
@@ -95,12 +105,7 @@ inline CtlResult pelkctl(const std::vector<std::string>& args, const std::string
     if (pid == 0) {
         dup2(in[0], 0);
         dup2(out[1], 1);
-        std::string path = sim::toolPath("pelkctl");
-        std::vector<char*> argv{const_cast<char*>("pelkctl")};
-        for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        execv(path.c_str(), argv.data());
-        _exit(127);
+        execPelkctl(args);
     }
     close(in[0]);
     close(out[1]);

@@ -16,11 +16,12 @@
 
 #include "Sandbox.h"
 #include "base/UniqueFd.h"
+#include "e2e/Daemon.h"
 #include "support/Files.h"
 
 namespace soak {
 
-// "full" sends the counts (100,000 lines over "pelk", 10,000 over
+// "full" sends the full counts (100,000 lines over "pelk", 10,000 over
 // "ppm"); anything else, or nothing, a short run of a hundredth of them.
 inline bool fullScale() {
     const char* scale = getenv("SOAK_SCALE");
@@ -43,12 +44,7 @@ public:
         if (mPid == 0) {
             dup2(in.get(), 0);
             dup2(out.get(), 1);
-            std::string path = sim::toolPath("pelkctl");
-            std::vector<char*> argv{const_cast<char*>("pelkctl")};
-            for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-            argv.push_back(nullptr);
-            execv(path.c_str(), argv.data());
-            _exit(127);
+            e2e::execPelkctl(args);
         }
     }
     ~BackgroundCtl() {
