@@ -18,11 +18,12 @@ int detachMount(const char* path, int flags) {
 }
 
 int enterMountNamespace(int nsFd) {
+    if (setns(nsFd, CLONE_NEWNS) == 0) return 0;
     // setns refuses a mount namespace (EINVAL) while another thread shares
     // the caller's root and working directory. A forked child has no other
     // thread of the program, but a runtime may start one of its own in every
-    // child (a thread sanitizer does): the child takes a private copy first.
-    if (unshare(CLONE_FS) != 0) return -errno;
+    // child (a thread sanitizer does): the child then takes a private copy.
+    if (errno != EINVAL || unshare(CLONE_FS) != 0) return -errno;
     if (setns(nsFd, CLONE_NEWNS) != 0) return -errno;
     return 0;
 }

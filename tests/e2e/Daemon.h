@@ -32,13 +32,17 @@ struct CtlResult {
     std::vector<std::string> lines;  // its standard output, line by line
 };
 
-inline bool canConnect(const char* path) {
+// A blocking connection to the Unix socket at path; not ok() when refused.
+inline pelk::UniqueFd connectUnix(const char* path) {
     pelk::UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path);
-    return connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) fd.reset();
+    return fd;
 }
+
+inline bool canConnect(const char* path) { return connectUnix(path).ok(); }
 
 // Starts pelkd and waits until both of its sockets accept connections.
 // With maxFds, the daemon may hold no more descriptors than that, as on a
@@ -85,7 +89,6 @@ inline int stopDaemon(pid_t pid) {
     return 128 + SIGKILL;
 }
 
-// Runs pelkctl with these arguments, feeding it input on standard input.
 // Becomes pelkctl with args (in a forked child); exits 127 when it cannot.
 [[noreturn]] inline void execPelkctl(const std::vector<std::string>& args) {
     std::string path = sim::toolPath("pelkctl");
@@ -96,6 +99,7 @@ inline int stopDaemon(pid_t pid) {
     _exit(127);
 }
 
+// Runs pelkctl with these arguments, feeding it input on standard input.
 inline CtlResult pelkctl(const std::vector<std::string>& args, const std::string& input = "") {
     CtlResult result;
     int in[2];
@@ -127,13 +131,22 @@ inline CtlResult pelkctl(const std::vector<std::string>& args, const std::string
     return result;
 }
 
+inline bool isDaemonRecord(const LogRecord& r) { return r.tag == "pelkd" && r.buffer == LOG_ID_SYSTEM; }
+
 // Records of the daemon's own lines (tag "pelkd", system buffer).
 inline std::vector<LogRecord> daemonRecords() {
     std::vector<LogRecord> out;
     for (const LogRecord& r : liblog_records()) {
-        if (r.tag == "pelkd" && r.buffer == LOG_ID_SYSTEM) out.push_back(r);
+        if (isDaemonRecord(r)) out.push_back(r);
     }
     return out;
+}
+
+// How many there are, without copying them.
+inline int daemonRecordCount() {
+    int n = 0;
+    for (const LogRecord& r : liblog_records()) n += isDaemonRecord(r) ? 1 : 0;
+    return n;
 }
 
 // The pids quoted by every record that matches a "...%d..." format exactly.

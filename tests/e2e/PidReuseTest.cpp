@@ -37,15 +37,6 @@ int countOf(const std::vector<int>& pids, int pid) {
     return static_cast<int>(std::count(pids.begin(), pids.end(), pid));
 }
 
-pelk::UniqueFd connectedSocket() {
-    pelk::UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", "/dev/socket/pelk");
-    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) fd.reset();
-    return fd;
-}
-
 // Sends one line and answers the reply without its NUL ("<none>" if none
 // comes within 5 s).
 std::string ask(int fd, const std::string& line) {
@@ -142,7 +133,7 @@ TEST_F(PidReuse, ANumberSystemServerHadIsCheckedAfreshForItsNextOwner) {
         pid_t impostor = fork();
         ASSERT_GE(impostor, 0);
         if (impostor == 0) {
-            pelk::UniqueFd fd = connectedSocket();
+            pelk::UniqueFd fd = e2e::connectUnix("/dev/socket/pelk");
             std::string reply = getpid() == number ? ask(fd.get(), "1 is_mounted 10\n") : "<other pid>";
             if (write(resultWrite.get(), reply.data(), reply.size()) < 0) _exit(1);
             _exit(0);

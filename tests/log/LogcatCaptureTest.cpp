@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <log/log.h>
 #include <log/log_records.h>
@@ -7,7 +6,6 @@
 #include <future>
 #include <string>
 
-#include "base/UniqueFd.h"
 #include "devprofile/DeviceProfile.h"
 #include "log/PelkLog.h"
 #include "support/Files.h"

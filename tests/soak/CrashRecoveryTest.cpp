@@ -36,14 +36,27 @@ const std::string kUnmountAll = "unmount 10 1\nunmount 10 3\n";
 // log records since the command was sent.
 const int kKillPoints[] = {1, 2, 3, 4, 6, 10};
 
-Tree snapshot(const std::string& root) {
-    Tree tree;
+// Calls visit(entry) for every entry under root.
+template <typename Visit>
+void forEachEntry(const std::string& root, Visit visit) {
     std::error_code ec;
     for (auto it = std::filesystem::recursive_directory_iterator(root, ec);
-         !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
-        tree[it->path().string()] = it->is_regular_file() ? testfs::readFile(it->path().string()) : "<dir>";
-    }
+         !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec))
+        visit(*it);
+}
+
+Tree snapshot(const std::string& root) {
+    Tree tree;
+    forEachEntry(root, [&](const std::filesystem::directory_entry& e) {
+        tree[e.path().string()] = e.is_regular_file() ? testfs::readFile(e.path().string()) : "<dir>";
+    });
     return tree;
+}
+
+size_t entryCount(const std::string& root) {
+    size_t n = 0;
+    forEachEntry(root, [&](const std::filesystem::directory_entry&) { ++n; });
+    return n;
 }
 
 // Every lower directory of the container's areas.
@@ -62,7 +75,7 @@ Tree lowerDirectories() {
     return all;
 }
 
-int daemonRecords() { return static_cast<int>(e2e::daemonRecords().size()); }
+int daemonRecords() { return e2e::daemonRecordCount(); }
 
 class CrashRecovery : public e2e::DaemonTest {
 protected:
@@ -153,14 +166,14 @@ TEST_F(CrashRecovery, KilledDuringACopy) {
     for (int point : {0, 2, 10, 30, 60, 120}) {
         SCOPED_TRACE("killed after " + std::to_string(point) + " ms");
         std::string state = killDuring(copy, 1, point);
-        Tree copied = snapshot(area + "/dst");
-        Tree all = snapshot(area);
+        size_t copied = entryCount(area + "/dst");
+        size_t all = entryCount(area);
         printf("crash: copy killed %d ms in: %s, %zu entries at the target, %zu in the area\n", point, state.c_str(),
-               copied.size(), all.size());
+               copied, all);
         EXPECT_TRUE(source == snapshot(area + "/src")) << "the source changed";
         // The target is whole or absent: never a half-written file under
         // the name asked for.
-        EXPECT_TRUE(copied.empty() || copied.size() == source.size()) << copied.size() << " entries";
+        EXPECT_TRUE(copied == 0 || copied == source.size()) << copied << " entries";
         std::filesystem::remove_all(area + "/dst");
         EXPECT_EQ(Lines{"200 1 success"}, pelk(copy));
         Tree again = snapshot(area + "/dst");

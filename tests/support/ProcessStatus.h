@@ -5,10 +5,10 @@
 #include <dirent.h>
 #include <sys/types.h>
 
-#include <fstream>
 #include <string>
 
 #include "base/UniqueHandle.h"
+#include "process/ProcFs.h"
 
 namespace procstatus {
 
@@ -23,12 +23,6 @@ inline int openDescriptors(pid_t pid) {
 }
 
 // VmRSS of /proc/<pid>/status in kB; -1 when there is none.
-inline long residentKb(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
-    }
-    return -1;
-}
+inline long residentKb(pid_t pid) { return pelk::readProcStatusNumber(pid, "VmRSS:"); }
 
 }  // namespace procstatus
