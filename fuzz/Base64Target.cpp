@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "FuzzCheck.h"
 #include "tools/Base64.h"
 
 namespace {
@@ -15,10 +16,7 @@ namespace {
 // Keeps the lengths within int, as every caller's are.
 const size_t kMaxInput = 1 << 20;
 
-[[noreturn]] void fail(const char* what, size_t size) {
-    fprintf(stderr, "fuzz_base64d: %s (input of %zu bytes)\n", what, size);
-    abort();
-}
+const char kTarget[] = "fuzz_base64d";
 
 }  // namespace
 
@@ -30,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<unsigned char> decoded((text.size() + 3) / 4 * 3);
     int decodedLen = -1;
     base64d(text.c_str(), decoded.data(), &decodedLen);
-    if (decodedLen < 0 || static_cast<size_t>(decodedLen) > decoded.size()) fail("decoded length out of range", size);
+    if (decodedLen < 0 || static_cast<size_t>(decodedLen) > decoded.size())
+        fuzzcheck::fail(kTarget, "decoded length out of range", size);
 
     // The encoder reads the byte after the data: a zero, as callers pass.
     std::vector<unsigned char> raw(data, data + size);
@@ -41,6 +40,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int backLen = -1;
     base64d(encoded.data(), back.data(), &backLen);
     if (static_cast<size_t>(backLen) != size || (size > 0 && memcmp(back.data(), data, size) != 0))
-        fail("encoding and decoding changed the bytes", size);
+        fuzzcheck::fail(kTarget, "encoding and decoding changed the bytes", size);
     return 0;
 }

@@ -18,10 +18,10 @@
 
 #include <kernel/ecryptfs_table.h>
 #include <kernel/netlink28.h>
-#include <log/log_records.h>
 
 #include <memory>
 
+#include "FuzzCheck.h"
 #include "FuzzDevice.h"
 #include "base/UniqueFd.h"
 #include "fs_handler/FsHandlerThread.h"
@@ -53,7 +53,6 @@ struct State {
     std::unique_ptr<FsHandlerThread> thread;
     std::unique_ptr<hostkernel::KernelEndpoint> kernel;
     std::unique_ptr<ecryptfs_netlink_recvmsg> message;
-    long inputs = 0;
 };
 
 State& state() {
@@ -70,22 +69,21 @@ void restoreFiles() {
     }
 }
 
-[[noreturn]] void fail(const char* what, size_t size) {
-    fprintf(stderr, "fuzz_datagrams: %s (input of %zu bytes)\n", what, size);
-    abort();
-}
+const char kTarget[] = "fuzz_datagrams";
 
-// Where the inode of a request lies in the datagram.
-const size_t kInodeOffset = 32;
+// Where the inode of a request lies in the datagram: after the header, the
+// request id, opcode, user and partition.
+const size_t kInodeOffset = ECRYPTFS_NL_HEADER_SIZE + 16;
 
 // An inode field of 1 to 3 becomes the number of that file of the mount.
 void nameRealInode(std::string* datagram) {
     if (datagram->size() < kInodeOffset + 8) return;
-    uint64_t inode = 0;
-    for (int b = 7; b >= 0; --b) inode = (inode << 8) | static_cast<unsigned char>((*datagram)[kInodeOffset + b]);
+    char* field = &(*datagram)[kInodeOffset];
+    uint64_t inode = netlinkwire::getU64(field);
     struct stat st;
     if (inode < 1 || inode > 3 || stat(kFiles[inode - 1], &st) != 0) return;
-    for (int b = 0; b < 8; ++b) (*datagram)[kInodeOffset + b] = static_cast<char>(st.st_ino >> (8 * b));
+    netlinkwire::putU32(field, static_cast<uint32_t>(st.st_ino));
+    netlinkwire::putU32(field + 4, static_cast<uint32_t>(static_cast<uint64_t>(st.st_ino) >> 32));
 }
 
 // Boots what the target needs: an eCryptfs mount with partition id 3
@@ -108,18 +106,19 @@ bool setUp() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     State& s = state();
-    if (!s.thread && !setUp()) fail("cannot set up the device", size);
-    if (++s.inputs % 256 == 0) liblog_clear();
+    if (!s.thread && !setUp()) fuzzcheck::fail(kTarget, "cannot set up the device", size);
+    fuzzdevice::clearLogWhenDue();
     restoreFiles();
     std::string datagram(reinterpret_cast<const char*>(data), size);
     nameRealInode(&datagram);
-    if (!s.kernel->send(datagram)) fail("cannot send", size);
+    if (!s.kernel->send(datagram)) fuzzcheck::fail(kTarget, "cannot send", size);
 
     ecryptfs_netlink_recvmsg* message = s.message.get();
     sockaddr_nl sender{};
     unsigned int senderLength = sizeof(sender);
     int received = s.thread->handler()->recv(message, 1, 0, &senderLength);
-    if (received != static_cast<int>(std::min<size_t>(size, sizeof(message->data)))) fail("datagram lost or cut", size);
+    if (received != static_cast<int>(std::min<size_t>(size, sizeof(message->data))))
+        fuzzcheck::fail(kTarget, "datagram lost or cut", size);
     size_t valid = static_cast<size_t>(received);
     POISON(message->data + valid, sizeof(message->data) - valid);
     ecryptfs_netlink_recvctx context{&sender, message, received, 0, senderLength};
@@ -129,17 +128,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string reply;
     bool answered = s.kernel->receive(&reply, 0);
     if (result != 0) {
-        if (answered) fail("a rejected datagram was answered", size);
+        if (answered) fuzzcheck::fail(kTarget, "a rejected datagram was answered", size);
         return 0;
     }
     hostkernel::KernelReply decoded;
     if (!answered || !hostkernel::decodeKernelReply(reply, &decoded) || reply.size() != 24)
-        fail("an accepted datagram got no proper reply", size);
+        fuzzcheck::fail(kTarget, "an accepted datagram got no proper reply", size);
     // The id as it arrived; bytes that did not arrive read as zero.
     char id[4] = {0};
     if (valid > 16) memcpy(id, datagram.data() + 16, std::min<size_t>(valid - 16, sizeof(id)));
-    if (decoded.requestId != netlinkwire::getU32(id)) fail("the reply's request id differs", size);
-    if (s.kernel->receive(&reply, 0)) fail("two replies to one datagram", size);
+    if (decoded.requestId != netlinkwire::getU32(id)) fuzzcheck::fail(kTarget, "the reply's request id differs", size);
+    if (s.kernel->receive(&reply, 0)) fuzzcheck::fail(kTarget, "two replies to one datagram", size);
     return 0;
 }
 

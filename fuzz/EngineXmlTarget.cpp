@@ -9,6 +9,7 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "FuzzCheck.h"
 #include "FuzzDevice.h"
 #include "config/EngineConfig.h"
 
@@ -16,10 +17,7 @@ namespace {
 
 const int kEngineId = 5;
 
-[[noreturn]] void fail(const char* what) {
-    fprintf(stderr, "fuzz_engine_xml: %s\n", what);
-    abort();
-}
+const char kTarget[] = "fuzz_engine_xml";
 
 }  // namespace
 
@@ -33,13 +31,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     get_engine_list_xml_path(listPath);
     get_engine_xml_path(kEngineId, userPath);
     if (!fuzzdevice::writeFile(listPath, data, listSize) || !fuzzdevice::writeFile(userPath, user, userSize))
-        fail("cannot write the engine files");
+        fuzzcheck::fail(kTarget, "cannot write the engine files");
 
     engine* one = get_engine(kEngineId);
-    if (one && strnlen(one->alias, sizeof(one->alias)) == sizeof(one->alias)) fail("the alias is not terminated");
+    if (one && strnlen(one->alias, sizeof(one->alias)) == sizeof(one->alias))
+        fuzzcheck::fail(kTarget, "the alias is not terminated");
     free(one);
     engine_list* list = get_engines();
-    if (list && (list->count < 0 || list->count > kEngineListCapacity)) fail("the list count is out of range");
+    if (list && (list->count < 0 || list->count > kEngineListCapacity))
+        fuzzcheck::fail(kTarget, "the list count is out of range");
     if (list) free_engines(list);
     return 0;
 }

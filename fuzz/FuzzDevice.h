@@ -26,6 +26,10 @@ bool reset();
 // True when it did; a reset that fails aborts the run.
 bool resetWhenDue(int every);
 
+// Empties the device log after every 256 inputs, so that reading it (as
+// the engine and the checks do) stays cheap over a long run.
+void clearLogWhenDue();
+
 // Stops libxml2 printing every parse error of the inputs on stderr (the
 // readers log their own line for a file they cannot read).
 void silenceXmlErrors();

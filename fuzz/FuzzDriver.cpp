@@ -8,6 +8,7 @@
 //
 //   fuzz_NAME [--seconds S] [--inputs N] [--seed X] CORPUS_DIR...
 #include <dirent.h>
+#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,12 +17,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "base/FileIo.h"
+#include "base/UniqueFd.h"
 #include "base/UniqueHandle.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -68,8 +69,10 @@ std::vector<std::string> readCorpus(const std::string& dir) {
     std::sort(names.begin(), names.end());
     std::vector<std::string> files;
     for (const std::string& name : names) {
-        std::ifstream in(name, std::ios::binary);
-        files.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        std::string bytes;
+        pelk::UniqueFd fd(open(name.c_str(), O_RDONLY | O_CLOEXEC));
+        if (fd.ok()) pelk::readAll(fd.get(), &bytes);  // unreadable: an empty input
+        files.push_back(std::move(bytes));
     }
     return files;
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "FuzzCheck.h"
 #include "FuzzDevice.h"
 #include "keystore/Quarn3Helper.h"
 
@@ -29,15 +30,13 @@ int unwrapAsIs(const char*, int, const uint8_t* wrapped, int wrappedLen, uint8_t
     return 0;
 }
 
-[[noreturn]] void fail(const char* what, size_t size) {
-    fprintf(stderr, "fuzz_key_blob: %s (input of %zu bytes)\n", what, size);
-    abort();
-}
+const char kTarget[] = "fuzz_key_blob";
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (!fuzzdevice::writeFile(gKeyFile.c_str(), data, size)) fail("cannot write the key file", size);
+    if (!fuzzdevice::writeFile(gKeyFile.c_str(), data, size))
+        fuzzcheck::fail(kTarget, "cannot write the key file", size);
     std::vector<unsigned char> out(kQuarnKeyBufferSize);
     int len = 0;
     Quarn3Helper::getKeyFromQ3KS(gStoreDir, out.data(), &len, kKeyName, "10", TZ_KEYSTORE_fips_unwrap_key);
@@ -46,8 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (Quarn3Helper::getKeyFromQ3KS(gStoreDir, out.data(), &len, kKeyName, nullptr, unwrapAsIs) != 0) return 0;
     size_t blobSize = size < static_cast<size_t>(kQuarnKeyFileMax) ? size : kQuarnKeyFileMax;
     if (len < 2 || static_cast<size_t>(len - 1) + 4 > blobSize)
-        fail("an accepted key does not lie within the blob", size);
-    if (out[len - 1] != 0) fail("an accepted key has no terminating zero", size);
+        fuzzcheck::fail(kTarget, "an accepted key does not lie within the blob", size);
+    if (out[len - 1] != 0) fuzzcheck::fail(kTarget, "an accepted key has no terminating zero", size);
     return 0;
 }
 

@@ -11,7 +11,6 @@
 // delete freely inside the device, which is reset whenever the mount table
 // changed and every few inputs in any case.
 #include <devprofile/DeviceProfile.h>
-#include <log/log_records.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,6 +18,7 @@
 
 #include <mutex>
 
+#include "FuzzCheck.h"
 #include "FuzzDevice.h"
 #include "ListenerFeed.h"
 #include "SystemServerCaller.h"
@@ -35,29 +35,26 @@ public:
     using FrameworkListener::onDataAvailable;
 };
 
-[[noreturn]] void fail(const char* what) {
-    fprintf(stderr, "fuzz_pelk_command: %s\n", what);
-    abort();
-}
+const char kTarget[] = "fuzz_pelk_command";
 
 // A line of the caller must reach the commands, not the refusal: else
 // every input would only ever fuzz the caller check.
 void checkAccepted(Listener* listener, const fuzzcaller::SystemServerCaller& caller) {
     const char probe[] = "1 is_mounted 10\n";
-    if (!pelk::writeFully(caller.callerEnd(), probe, strlen(probe))) fail("cannot send the probe");
+    if (!pelk::writeFully(caller.callerEnd(), probe, strlen(probe))) fuzzcheck::fail(kTarget, "cannot send the probe");
     SocketClient* client = new SocketClient(caller.listenerEnd(), false, true);
     listener->onDataAvailable(client);
     client->decRef();
     char reply[256] = {};
     ssize_t n = recv(caller.callerEnd(), reply, sizeof(reply) - 1, MSG_DONTWAIT);
-    if (n <= 0 || strstr(reply, "Permission denied")) fail("the caller is refused");
+    if (n <= 0 || strstr(reply, "Permission denied")) fuzzcheck::fail(kTarget, "the caller is refused");
     fuzzfeed::drainReplies(caller.callerEnd());
 }
 
 // What the device holds for the commands after every reset.
 void prepareDevice(Listener* listener, fuzzcaller::SystemServerCaller* caller) {
     if (!devprofile::set("user.10", "zanth,legacy") || !devprofile::set("user.11", "zanth"))
-        fail("cannot write the profile");
+        fuzzcheck::fail(kTarget, "cannot write the profile");
     // The manager's own record of unlocked users and workers went with the
     // mounts and processes of the reset.
     Pelk::isUnlockedByCe.clear();
@@ -65,14 +62,13 @@ void prepareDevice(Listener* listener, fuzzcaller::SystemServerCaller* caller) {
         std::lock_guard<std::mutex> lock(Pelk::remountChildListLock);
         Pelk::remountChildList.clear();
     }
-    if (!caller->start()) fail("cannot start system_server");
+    if (!caller->start()) fuzzcheck::fail(kTarget, "cannot start system_server");
     checkAccepted(listener, *caller);
 }
 
 struct State {
     Listener listener;
     fuzzcaller::SystemServerCaller caller;
-    long inputs = 0;
     bool fileBasedEncryption = true;  // the profile's default after a reset
 };
 
@@ -80,12 +76,12 @@ void setFileBasedEncryption(State* s, bool on) {
     if (s->fileBasedEncryption == on) return;
     // Without it, as the storage tests' legacy device: encryption running.
     if (!devprofile::set("fbe", on ? "1" : "0") || !devprofile::set("ode", on ? "0" : "1"))
-        fail("cannot write the profile");
+        fuzzcheck::fail(kTarget, "cannot write the profile");
     s->fileBasedEncryption = on;
 }
 
 State* setUp() {
-    if (fuzzdevice::enter() != 0 || !fuzzdevice::reset()) fail("cannot set up the device");
+    if (!fuzzdevice::reset()) fuzzcheck::fail(kTarget, "cannot set up the device");
     Pelk::Instance();
     State* s = new State;
     prepareDevice(&s->listener, &s->caller);
@@ -96,7 +92,7 @@ State* setUp() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static State* s = setUp();
-    if (++s->inputs % 256 == 0) liblog_clear();
+    fuzzdevice::clearLogWhenDue();
     bool withoutFbe = size > 0 && data[0] == '!';
     setFileBasedEncryption(s, !withoutFbe);
     if (withoutFbe) ++data, --size;

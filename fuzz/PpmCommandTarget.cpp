@@ -4,11 +4,11 @@
 // the daemon's own singleton. Inputs may mount at any path and create or
 // change key files inside the device, which is reset whenever the mount
 // table changed and every few inputs in any case.
-#include <log/log_records.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 
+#include "FuzzCheck.h"
 #include "FuzzDevice.h"
 #include "ListenerFeed.h"
 #include "base/UniqueFd.h"
@@ -28,15 +28,12 @@ struct State {
     Listener listener;
     pelk::UniqueFd listenerEnd;
     pelk::UniqueFd callerEnd;
-    long inputs = 0;
 };
 
 State* setUp() {
     int pair[2];
-    if (fuzzdevice::enter() != 0 || !fuzzdevice::reset() ||
-        socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
-        fprintf(stderr, "fuzz_ppm_command: cannot set up the device\n");
-        abort();
+    if (!fuzzdevice::reset() || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+        fuzzcheck::fail("fuzz_ppm_command", "cannot set up the device");
     }
     PrivatePartitionManager::Instance();
     State* s = new State;
@@ -49,7 +46,7 @@ State* setUp() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static State* s = setUp();
-    if (++s->inputs % 256 == 0) liblog_clear();
+    fuzzdevice::clearLogWhenDue();
     fuzzfeed::feed(&s->listener, s->listenerEnd.get(), s->callerEnd.get(), data, size);
     fuzzdevice::resetWhenDue(kResetEvery);
     return 0;

@@ -10,20 +10,18 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "FuzzCheck.h"
 
 namespace {
 
-[[noreturn]] void fail(const char* what, size_t size) {
-    fprintf(stderr, "fuzz_split_words: %s (input of %zu bytes)\n", what, size);
-    abort();
-}
+const char kTarget[] = "fuzz_split_words";
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int seq = -1;
     if (sysutils::parseSequenceNumber(reinterpret_cast<const char*>(data), size, &seq) && seq < 0)
-        fail("a negative sequence number", size);
+        fuzzcheck::fail(kTarget, "a negative sequence number", size);
 
     std::string text(reinterpret_cast<const char*>(data), size);
     size_t len = strlen(text.c_str());
@@ -33,9 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const char* end = line.data() + len;
     const char* previous = line.data();
     for (const char* word : words) {
-        if (word < previous || word > end) fail("a word outside the line", size);
+        if (word < previous || word > end) fuzzcheck::fail(kTarget, "a word outside the line", size);
         previous = word + strnlen(word, static_cast<size_t>(end - word) + 1);
-        if (previous > end) fail("a word without its terminator", size);
+        if (previous > end) fuzzcheck::fail(kTarget, "a word without its terminator", size);
     }
     return 0;
 }
