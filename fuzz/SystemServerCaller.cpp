@@ -112,6 +112,10 @@ bool SystemServerCaller::start() {
         takeName(area, "zygote64");
         pid_t server = fork();
         if (server == 0) serveAsSystemServer(area, theirs.get());
+        // Only the system_server keeps the channel: should it fail (or never
+        // start), the parent's receive ends instead of waiting for good.
+        theirs.reset();
+        if (server < 0) _exit(1);
         for (;;) pause();
     }
     theirs.reset();
